@@ -1,0 +1,27 @@
+// The console's device database, allocated once per console run.
+#include "chip/device_database.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+DrvCtrl *gDrvCtrl = nullptr;
+
+int init_database() {
+    if (gDrvCtrl == nullptr)
+        gDrvCtrl = static_cast<DrvCtrl *>(std::malloc(sizeof(DrvCtrl)));
+    if (gDrvCtrl == nullptr) {
+        std::printf("%s: alloc gDrvCtrl memory to store info fail!\n", "init_database");
+        return -1;
+    }
+    // Zeroing gives dropped_raw its starting value 0.
+    std::memset(gDrvCtrl, 0, sizeof(DrvCtrl));
+    return 0;
+}
+
+void free_database() {
+    if (gDrvCtrl != nullptr) {
+        std::free(gDrvCtrl);
+        gDrvCtrl = nullptr;
+    }
+}

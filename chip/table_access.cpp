@@ -1,0 +1,20 @@
+// The indirect table protocol: control byte to register 110, then the low
+// address byte to register 111, whose write starts the chip's action.
+#include "chip/table_access.h"
+
+#include "console/hw_access.h"
+
+namespace {
+void table_set_address(int fd, unsigned control, unsigned address) {
+    hw_write_byte(fd, REG_TABLE_CONTROL, control | ((address >> 8) & 0x03));
+    hw_write_byte(fd, REG_TABLE_ADDRESS, address & 0xFF);
+}
+} // namespace
+
+void table_read_start(int fd, std::uint8_t table, unsigned address) {
+    table_set_address(fd, TABLE_READ | table, address);
+}
+
+void table_write_commit(int fd, std::uint8_t table, unsigned address) {
+    table_set_address(fd, table, address);
+}

@@ -1,0 +1,23 @@
+// The chip's indirect table interface, registers 110 to 120.
+#pragma once
+
+#include <cstdint>
+
+inline constexpr unsigned REG_TABLE_CONTROL = 110;
+inline constexpr unsigned REG_TABLE_ADDRESS = 111; // its write starts the action
+inline constexpr unsigned REG_TABLE_DATA_FIRST = 112; // highest-order byte
+inline constexpr unsigned REG_TABLE_DATA_LAST = 120;  // lowest-order byte
+
+inline constexpr std::uint8_t TABLE_READ = 0x10;
+inline constexpr std::uint8_t TABLE_STATIC_MAC = 0x00;
+inline constexpr std::uint8_t TABLE_VLAN = 0x04;
+inline constexpr std::uint8_t TABLE_DYNAMIC_MAC = 0x08;
+inline constexpr std::uint8_t TABLE_MIB = 0x0C;
+
+// Starts a read of a table entry: control (read bit, table, address bits 9-8)
+// to register 110, then address bits 7-0 to register 111.
+void table_read_start(int fd, std::uint8_t table, unsigned address);
+
+// Ends a write of a table entry whose data registers are written already:
+// control with the read bit clear, then the address, which starts the write.
+void table_write_commit(int fd, std::uint8_t table, unsigned address);

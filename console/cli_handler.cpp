@@ -1,0 +1,22 @@
+// The handler convention shared by the console commands.
+#include "console/cli.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+void cli_echo_tokens(std::uint16_t argc, char **argv, bool with_argc) {
+    if (with_argc)
+        std::printf("The argc is %d\n", argc);
+    for (int i = 0; i < argc; ++i)
+        std::printf("The token %d is argv[%d]=%s \n", i + 1, i, argv[i]);
+}
+
+int cli_handler_done(std::uint16_t argc, char **argv) {
+    // The line now ends where the first token stood: a recall gives the
+    // command word and the blanks behind it, without any argument.
+    if (argc != 0)
+        argv[0][0] = '\0';
+    return 1;
+}
+
+unsigned long cli_number(const char *token, int base) { return std::strtoul(token, nullptr, base); }

@@ -1,0 +1,71 @@
+// The program's single entry: the same start-up for both roles, then the role
+// chosen by the name the program was started under.
+#include "core/action_table.h"
+#include "core/board.h"
+#include "core/options.h"
+#include "core/spi_access.h"
+#include "core/tool_state.h"
+#include "daemon/daemon.h"
+
+#include <cstdio>
+#include <cstring>
+#include <syslog.h>
+#include <unistd.h>
+
+namespace {
+constexpr const char *TOOL_PID_FILE = "/var/run/switch_config.pid";
+
+const BoardProfile *profile_of(std::int32_t board_kind) {
+    if (board_kind == BOARD_NOR)
+        return &NOR_PROFILE;
+    if (board_kind == BOARD_NAND)
+        return &NAND_PROFILE;
+    return nullptr;
+}
+
+bool write_pid_file() {
+    std::FILE *file = std::fopen(TOOL_PID_FILE, "w");
+    if (file == nullptr)
+        return false;
+    std::fprintf(file, "%d\n", getpid());
+    std::fclose(file);
+    return true;
+}
+
+int tool_main(int argc, const char *program, const BoardProfile &profile, int speed_status) {
+    // The only exclusion is this scan; the pid file plays no part in it.
+    const std::int32_t other = find_process(program);
+    if (other != 0) {
+        std::printf("%s is already running with PID %d\n", program, other);
+        return -1;
+    }
+    if (!write_pid_file())
+        return -1;
+
+    run_action(ActionContext{argc, program, profile});
+
+    close(tool_state.spi_fd);
+    // The exit status is the SPI speed set-up's result, not the action's.
+    return speed_status;
+}
+} // namespace
+
+int main(int argc, char **argv) {
+    openlog("switch_daemon", LOG_PID | LOG_CONS | LOG_NDELAY, LOG_DAEMON);
+    parse_options(argc, argv);
+    const int speed_status = spi_setup();
+
+    tool_state.board_kind = detect_board();
+    const BoardProfile *profile = profile_of(tool_state.board_kind);
+    if (profile == nullptr) {
+        std::puts(" Oops unknown hardware...");
+        return speed_status;
+    }
+
+    // An exec with an empty argument list has no name: the tool role, with an
+    // empty name, rather than a null pointer in the string functions.
+    const char *program = (argc > 0 && argv[0] != nullptr) ? argv[0] : "";
+    if (std::strstr(program, "switch_daemon") != nullptr)
+        return daemon_main(*profile, speed_status);
+    return tool_main(argc, program, *profile, speed_status);
+}

@@ -1,0 +1,43 @@
+"""Helpers for console sessions on the test bench."""
+
+CONSOLE_PREAMBLE = (
+    "going to open input file /dev/spidev0.0\n"
+    "Switch SPI read selftest OK.\n"
+    "Switch SPI write/read selftest OK.\n"
+    "KSZ8895 CLI Function version  1.0.2 .\n"
+)
+CONSOLE_END = "exit cli function.\n"
+# Transfers a console makes before its first command: the self-test (767)
+# and the device id check (1).
+CONSOLE_START_XFERS = 768
+
+
+def console_session(bench, *lines, exit_line=True):
+    """Runs `switch_config -C` with the lines as input (each ended by a
+    newline, `exit` added) and returns the result with `.outputs`: the output
+    of each command line, the echo and its "\\r\\n" removed."""
+    text = "".join(line + "\n" for line in lines)
+    if exit_line:
+        text += "exit\n"
+    res = bench.run(["-C"], stdin=text)
+    assert res.out.startswith(CONSOLE_PREAMBLE), res.out[:300]
+    assert res.out.endswith(CONSOLE_END), res.out[-300:]
+    body = res.out[len(CONSOLE_PREAMBLE):-len(CONSOLE_END)]
+    chunks = body.split("=>")
+    assert chunks[0] == "", body[:200]
+    outputs = []
+    for chunk in chunks[1:]:
+        _echo, sep, rest = chunk.partition("\r\n")
+        outputs.append(rest if sep else chunk)
+    res.outputs = outputs
+    return res
+
+
+def console_command(bench, line):
+    """Output of one command line typed at the prompt."""
+    return console_session(bench, line).outputs[0]
+
+
+def command_xfers(bench):
+    """Chip transfers made by the console's commands (after its start)."""
+    return bench.xfers()[CONSOLE_START_XFERS:]
