@@ -14,8 +14,8 @@ void SwitchReadDynMacTable(int fd);
 void SwitchReadStaticMacTable(int fd);
 void SwitchAddStaticMac(int fd, const std::uint8_t *mac, std::uint32_t port_index,
                         std::uint32_t override, std::uint8_t fid, std::uint32_t use_fid);
-void SwitchDelStaticMac(int fd, const std::uint8_t *mac, std::uint8_t fid,
-                        std::uint32_t ignore_fid, std::uint32_t all);
+void SwitchDelStaticMac(int fd, const std::uint8_t *mac, std::uint8_t fid, std::uint32_t ignore_fid,
+                        std::uint32_t all);
 
 // Six bytes from text: base 16 each, any one character as separator, missing
 // bytes 0.

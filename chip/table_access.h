@@ -4,7 +4,7 @@
 #include <cstdint>
 
 inline constexpr unsigned REG_TABLE_CONTROL = 110;
-inline constexpr unsigned REG_TABLE_ADDRESS = 111; // its write starts the action
+inline constexpr unsigned REG_TABLE_ADDRESS = 111;    // its write starts the action
 inline constexpr unsigned REG_TABLE_DATA_FIRST = 112; // highest-order byte
 inline constexpr unsigned REG_TABLE_DATA_LAST = 120;  // lowest-order byte
 

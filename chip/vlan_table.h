@@ -16,7 +16,9 @@ inline constexpr unsigned VLAN_ROW_BITS = 13;
 inline constexpr std::uint64_t VLAN_ROW_MASK = (1u << VLAN_ROW_BITS) - 1;
 
 // Bit position in the word of the byte held by a data register.
-constexpr unsigned vlan_register_shift(unsigned reg) { return (VLAN_REG_LOW - reg) * 8; }
+constexpr unsigned vlan_register_shift(unsigned reg) {
+    return (VLAN_REG_LOW - reg) * 8;
+}
 
 constexpr std::uint16_t vlan_row_pack(std::uint8_t fid, std::uint16_t ports, bool valid) {
     return static_cast<std::uint16_t>((fid & 0x7Fu) | ((ports & 0x1Fu) << 7) |
@@ -34,8 +36,8 @@ constexpr std::uint64_t vlan_word_put_row(std::uint64_t word, unsigned position,
     return (word & ~(VLAN_ROW_MASK << shift)) | ((row & VLAN_ROW_MASK) << shift);
 }
 
-std::uint32_t HardwareReadVlan(int fd, std::uint16_t vid, std::uint16_t *out_vid,
-                               std::uint8_t *fid, std::uint16_t *ports, std::uint32_t *valid);
+std::uint32_t HardwareReadVlan(int fd, std::uint16_t vid, std::uint16_t *out_vid, std::uint8_t *fid,
+                               std::uint16_t *ports, std::uint32_t *valid);
 void HardwareWriteVlan(int fd, std::uint16_t vid, std::uint8_t fid, std::uint16_t ports,
                        std::uint32_t valid);
 void SwitchShowVlanTable(int fd, std::int32_t first, std::int32_t count);

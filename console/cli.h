@@ -30,9 +30,9 @@ constexpr auto join_command_rows(const std::array<CliCommand, N> &...parts) {
     std::array<CliCommand, (N + ... + 0)> rows{};
     std::size_t at = 0;
     ((([&] {
-          for (const CliCommand &row : parts)
-              rows[at++] = row;
-      })()),
+         for (const CliCommand &row : parts)
+             rows[at++] = row;
+     })()),
      ...);
     return rows;
 }

@@ -19,4 +19,6 @@ int cli_handler_done(std::uint16_t argc, char **argv) {
     return 1;
 }
 
-unsigned long cli_number(const char *token, int base) { return std::strtoul(token, nullptr, base); }
+unsigned long cli_number(const char *token, int base) {
+    return std::strtoul(token, nullptr, base);
+}

@@ -13,7 +13,6 @@ namespace {
 constexpr std::array<CliCommand, 1> end_of_table{{{nullptr, 0, 0, nullptr}}};
 }
 
-constinit const std::array<CliCommand, CLI_COMMAND_COUNT + 1> cli_command_table =
-    join_command_rows(builtin_commands, mib_counter_commands, mac_table_commands,
-                      vlan_table_commands, port_vlan_commands, qos_commands,
-                      port_mirror_commands, rate_limit_commands, end_of_table);
+constinit const std::array<CliCommand, CLI_COMMAND_COUNT + 1> cli_command_table = join_command_rows(
+    builtin_commands, mib_counter_commands, mac_table_commands, vlan_table_commands,
+    port_vlan_commands, qos_commands, port_mirror_commands, rate_limit_commands, end_of_table);

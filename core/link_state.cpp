@@ -23,4 +23,6 @@ LinkState read_link_state(std::uint8_t link_reg_1, std::uint8_t link_reg_2) {
     return link_state_of(first, second);
 }
 
-const char *link_state_text(LinkState state) { return link_state_texts[state & 3]; }
+const char *link_state_text(LinkState state) {
+    return link_state_texts[state & 3];
+}

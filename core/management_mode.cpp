@@ -33,7 +33,9 @@ constexpr Text HIGH{"1", 2};
 constexpr Text LOW{"0", 2};
 
 // Only a negative result is a failure; a short write goes unnoticed.
-bool write_text(const UniqueFd &fd, Text text) { return write(fd.get(), text.bytes, text.length) >= 0; }
+bool write_text(const UniqueFd &fd, Text text) {
+    return write(fd.get(), text.bytes, text.length) >= 0;
+}
 
 bool write_file(const char *path, Text text) {
     const UniqueFd fd(open(path, O_RDWR));

@@ -8,10 +8,10 @@
 #include <cstring>
 
 bool parse_register_line(const char *line, unsigned int &base, unsigned int (&v)[16]) {
-    const int fields = std::sscanf(
-        line, "%4x %2x %2x %2x %2x %2x %2x %2x %2x %2x %2x %2x %2x %2x %2x %2x %2x", &base, &v[0],
-        &v[1], &v[2], &v[3], &v[4], &v[5], &v[6], &v[7], &v[8], &v[9], &v[10], &v[11], &v[12],
-        &v[13], &v[14], &v[15]);
+    const int fields =
+        std::sscanf(line, "%4x %2x %2x %2x %2x %2x %2x %2x %2x %2x %2x %2x %2x %2x %2x %2x %2x",
+                    &base, &v[0], &v[1], &v[2], &v[3], &v[4], &v[5], &v[6], &v[7], &v[8], &v[9],
+                    &v[10], &v[11], &v[12], &v[13], &v[14], &v[15]);
     return fields == 17;
 }
 

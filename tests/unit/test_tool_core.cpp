@@ -76,7 +76,10 @@ TEST(Options, FlagsAndFields) {
         {{"switch_config", "-MCyh"}, ACT_DUMP_MIB | ACT_CONSOLE | ACT_MAC_DYN | ACT_HELP, 0, 0, 0},
         {{"switch_config", "--dump-mib", "--switch-console", "--mac-dyn-table", "--help",
           "--managed", "--dump"},
-         ACT_DUMP_MIB | ACT_CONSOLE | ACT_MAC_DYN | ACT_HELP | ACT_MANAGED | ACT_DUMP, 0, 0, 0},
+         ACT_DUMP_MIB | ACT_CONSOLE | ACT_MAC_DYN | ACT_HELP | ACT_MANAGED | ACT_DUMP,
+         0,
+         0,
+         0},
     };
     for (const Case &c : cases) {
         parse(c.words);
@@ -100,8 +103,8 @@ TEST(Options, DeviceAndConfigTakeTheArgument) {
 TEST(RegisterFile, DataLines) {
     unsigned base = 0;
     unsigned v[16] = {};
-    ASSERT_TRUE(parse_register_line(
-        "0010  01 02 03 04 05 06 07 08  09 0a 0b 0c 0d 0e 0f ff \n", base, v));
+    ASSERT_TRUE(
+        parse_register_line("0010  01 02 03 04 05 06 07 08  09 0a 0b 0c 0d 0e 0f ff \n", base, v));
     EXPECT_EQ(base, 0x10u);
     EXPECT_EQ(v[0], 1u);
     EXPECT_EQ(v[9], 0x0au);
@@ -118,8 +121,9 @@ TEST(RegisterFile, DataLines) {
 TEST(RegisterFile, ShortLinesAreRefused) {
     unsigned base = 0;
     unsigned v[16] = {};
-    for (const char *line : {"\n", "", "0000 01 02\n", "0000 01 02 03 04 05 06 07 08 09 0a 0b 0c "
-                                                     "0d 0e 0f\n",
+    for (const char *line : {"\n", "", "0000 01 02\n",
+                             "0000 01 02 03 04 05 06 07 08 09 0a 0b 0c "
+                             "0d 0e 0f\n",
                              "zz 01 02 03 04 05 06 07 08 09 0a 0b 0c 0d 0e 0f 10\n"})
         EXPECT_FALSE(parse_register_line(line, base, v)) << line;
 }

@@ -1,0 +1,454 @@
+"""The tool role on the simulated board: status line, exit statuses, usage,
+the already-running refusal, the pid file and the register actions."""
+import os
+import subprocess
+
+import pytest
+
+from bench import BUILD as BUILD_DIR
+
+USAGE_TAIL = (
+    "  -m | --managed        change switch to managed mode\n"
+    "  -u | --unmanaged      change switch to unmanaged mode\n"
+    "  -r | --read=ADDR      read byte at ADDR\n"
+    "  -w | --write=ADDR     write byte at ADDR\n"
+    "  -v | --value=VAL      value to write\n"
+    "  -c | --config=FILE    write values from FILE\n"
+    "  -d | --dump           dump all registers\n"
+    "  -M | --dump-mib       dump all MIB Counters\n"
+    "  -C | --switch-console enter switch manager console\n"
+    "  -y | --mac-dyn-table  show dynamic mac table\n"
+    "  -1 | --enable-bcmc-1=1/0  enable/disable multicast and broadcast traffic through eth port 1 (the upper one)\n"
+    "  -2 | --enable-bcmc-2=1/0  enable/disable multicast and broadcast traffic through eth port 2 (the lower one)\n"
+    "  -h | --help           show this message\n"
+    "  without arguments:    show switch status\n"
+)
+
+
+def usage(program="switch_config", device="/dev/spidev0.0"):
+    return (f"Usage: {program} [-DmurwvcdMCy12h]\n"
+            f"  -D | --device         spi device to use, default {device}\n" + USAGE_TAIL)
+
+
+def start_named(bench, argv0):
+    """A real process started under the name argv0, seen in /proc."""
+    proc = bench.spawn(["60"], argv0=argv0, prog="/bin/sleep")
+    assert bench.wait_for(lambda: proc.nspid in bench.ns_pids(argv0))
+    return proc
+
+
+NAND = "Zorvi HPB-NAND KSZ8864 "
+NOR = "Zorvi HPB-NOR KSZ8893 "
+
+
+# --- status line ---------------------------------------------------------
+
+@pytest.mark.parametrize("port1,port2,text", [
+    (False, False, "port1_link DOWN port2_link DOWN"),
+    (True, False, "port1_link UP port2_link DOWN"),
+    (False, True, "port1_link DOWN port2_link UP"),
+    (True, True, "port1_link UP port2_link UP"),
+])
+def test_status_line_shows_link_state(bench, port1, port2, text):
+    bench.link(1, port1)
+    bench.link(2, port2)
+    res = bench.run([])
+    assert (res.rc, res.out, res.err) == (0, NAND + "MANAGED " + text + " daemon NONE\n", "")
+    assert bench.xfers() == [("R", 0, 0x95), ("R", 46, bench.peek(46)), ("R", 62, bench.peek(62))]
+
+
+def test_status_line_on_nor_board_uses_its_registers(bench_nor):
+    bench_nor.link(1, True)
+    bench_nor.link(2, False)
+    res = bench_nor.run([])
+    assert (res.rc, res.out) == (0, NOR + "MANAGED port1_link UP port2_link DOWN daemon NONE\n")
+    assert [x[:2] for x in bench_nor.xfers()] == [("R", 0), ("R", 30), ("R", 46)]
+
+
+def test_status_line_names_a_running_daemon(bench):
+    daemon = start_named(bench, "/usr/sbin/switch_daemon")
+    res = bench.run([])
+    assert res.out == NAND + f"MANAGED port1_link UP port2_link UP daemon {daemon.nspid}\n"
+
+
+@pytest.mark.parametrize("setup", ["unmanaged", "other_chip_id"])
+def test_status_line_unmanaged_skips_links_and_daemon(bench, setup):
+    if setup == "unmanaged":
+        bench.managed(0)
+    else:
+        bench.poke(0, 0x88)  # the NOR board's id on the NAND board
+    res = bench.run([])
+    assert (res.rc, res.out, res.err) == (0, NAND + "UNMANAGED/undetected\n", "")
+    assert len(bench.xfers()) == 1
+
+
+def test_missing_device_reports_each_step_and_exits_255(bench):
+    os.unlink(bench.path("/dev/spidev0.0"))
+    res = bench.run([])
+    assert res.out == NAND + "UNMANAGED/undetected\n"
+    assert res.err == ("can't open device: No such file or directory\n"
+                       "can't set spi mode: Bad file descriptor\n"
+                       "can't set bits per word: Bad file descriptor\n"
+                       "can't set max speed hz: Bad file descriptor\n"
+                       "can't send spi message: Bad file descriptor\n")
+    assert res.rc == 255
+
+
+@pytest.mark.parametrize("fault,message,rc", [
+    ("wr-mode", "can't set spi mode: Invalid argument\n", 0),
+    ("wr-bits", "can't set bits per word: Invalid argument\n", 0),
+    ("wr-speed", "can't set max speed hz: Invalid argument\n", 255),
+])
+def test_setup_ioctl_failures(bench, fault, message, rc):
+    bench.fault(fault)
+    res = bench.run([])
+    assert (res.err, res.rc) == (message, rc)
+    assert res.out.startswith(NAND + "MANAGED ")
+    ioctls = [e.args[0] for e in bench.events() if e.kind == "ioctl"]
+    assert ioctls == ["WR_MODE", "WR_BITS_PER_WORD", "WR_MAX_SPEED_HZ"]
+
+
+def test_speed_failure_turns_every_action_status_into_255(bench):
+    bench.fault("wr-speed")
+    assert bench.run(["-r", "0"]).rc == 255
+
+
+# --- unknown hardware ----------------------------------------------------
+
+@pytest.mark.parametrize("cpuinfo", [
+    None,
+    "processor\t: 0\nBogoMIPS\t: 100\n",
+    "Hardware\t: Zorvi HPB-SD\n",
+    "Hardware without a colon Zorvi HPB-NAND\n",
+    "Hardware\t: Other board\nHardware\t: Zorvi HPB-NAND\n",
+    "Hardware:Zorvi HPB-NAND\n",   # the character after the colon is skipped
+    "Hardware:",
+])
+@pytest.mark.parametrize("args", [[], ["-h"], ["-r", "1"]])
+def test_unknown_hardware_ends_before_any_role(bench, cpuinfo, args):
+    path = bench.path("/proc/cpuinfo")
+    if cpuinfo is None:
+        os.unlink(path)
+    else:
+        with open(path, "w") as f:
+            f.write(cpuinfo)
+    res = bench.run(args)
+    assert (res.rc, res.out, res.err) == (0, " Oops unknown hardware...\n", "")
+    assert not os.path.exists(bench.path("/var/run/switch_config.pid"))
+    assert bench.xfers() == []
+
+
+@pytest.mark.parametrize("line,board", [
+    ("Hardware\t: Zorvi HPB-NOR rev 2\n", NOR),
+    ("Hardware\t: Zorvi HPB-NANDX\n", NAND),
+    ("Hardware: Zorvi HPB-NOR", NOR),  # no newline at the end of the file
+])
+def test_machine_name_is_a_prefix(bench, line, board):
+    with open(bench.path("/proc/cpuinfo"), "w") as f:
+        f.write("processor\t: 0\n" + line + "Revision\t: 0000\n")
+    res = bench.run([])
+    assert res.out.startswith(board)
+
+
+# --- usage and exclusion ------------------------------------------------
+
+@pytest.mark.parametrize("args,err", [
+    (["-h"], ""),
+    (["--help"], ""),
+    (["stray"], ""),
+    (["-r", "1", "-d"], ""),
+    (["-m", "-u"], ""),
+    (["-1", "1", "-2", "1"], ""),
+    (["-r", "1", "-1", "1"], ""),
+    (["--unmanaged"], "switch_config: unrecognized option '--unmanaged'\n"),
+    (["-x"], "switch_config: invalid option -- 'x'\n"),
+    (["-r"], "switch_config: option requires an argument -- 'r'\n"),
+])
+def test_usage_text_exits_1(bench, args, err):
+    res = bench.run(args)
+    assert (res.rc, res.out, res.err) == (1, usage(), err)
+    # The pid file is written before the usage text.
+    with open(bench.path("/var/run/switch_config.pid")) as f:
+        assert f.read().strip().isdigit()
+
+
+def test_device_alone_gives_usage_with_that_device(bench):
+    res = bench.run(["-D", "/dev/spidev1.0"], argv0="/usr/sbin/switch_config")
+    assert res.rc == 1
+    assert res.out == usage("/usr/sbin/switch_config", "/dev/spidev1.0")
+
+
+def test_unknown_option_beside_an_action_runs_the_action(bench):
+    res = bench.run(["-x", "-r", "0"])
+    assert (res.rc, res.out) == (0, "Register offset   0 (0x0) = 0x95\n")
+    assert res.err == "switch_config: invalid option -- 'x'\n"
+
+
+@pytest.mark.parametrize("args", [[], ["-h"], ["-r", "0"]])
+def test_another_instance_refuses_every_action(bench, args):
+    other = start_named(bench, "switch_config")
+    res = bench.run(args)
+    assert (res.rc, res.out) == (255, f"switch_config is already running with PID {other.nspid}\n")
+    assert not os.path.exists(bench.path("/var/run/switch_config.pid"))
+    assert bench.xfers() == []
+
+
+def test_needle_is_the_whole_argv0(bench):
+    # A tool started by its full path does not match a process started as
+    # switch_config, while one named by the short name matches a longer one.
+    start_named(bench, "switch_config")
+    assert bench.run(["-r", "0"], argv0="/usr/bin/switch_config").rc == 0
+    # The needle only in a later argument (an editor's file) does not count.
+    editor = bench.spawn(["-c", "sleep 60; :", "switch_daemon"], argv0="sh", prog="/bin/sh")
+    assert bench.wait_for(lambda: editor.nspid in bench.ns_pids("sh"))
+    assert bench.run([], argv0="/usr/bin/switch_config").out.endswith(" daemon NONE\n")
+
+
+def test_pid_file_holds_the_tool_pid(bench):
+    path = bench.path("/var/run/switch_config.pid")
+    with open(path, "w") as f:
+        f.write("99999\nold text that must go\n")
+    bench.run(["-r", "0"])
+    pid = bench.xfer_events()[0].pid
+    with open(path) as f:
+        assert f.read() == f"{pid}\n"
+
+
+def test_pid_file_that_cannot_be_created(bench):
+    os.mkdir(bench.path("/var/run/switch_config.pid"))
+    res = bench.run(["-r", "0"])
+    assert (res.rc, res.out, res.err) == (255, "", "")
+    assert bench.xfers() == []
+
+
+# --- register read and write -------------------------------------------
+
+@pytest.mark.parametrize("arg,reg", [
+    ("5", 5), ("abc", 0), ("300", 44), ("0x10", 16), ("010", 8), ("255", 255), ("-1", 255),
+])
+def test_read_register(bench, arg, reg):
+    if reg not in (0, 1, 46, 62):
+        bench.poke(reg, (reg * 3 + 1) & 0xFF)
+    value = bench.peek(reg)
+    res = bench.run(["-r", arg])
+    assert (res.rc, res.err) == (0, "")
+    assert res.out == f"Register offset {reg:3d} (0x{reg:X}) = 0x{value:02X}\n"
+    assert bench.xfers() == [("R", reg, value)]
+
+
+def test_last_read_option_wins(bench):
+    res = bench.run(["-r", "1", "-r", "2"])
+    assert res.out.startswith("Register offset   2 (0x2)")
+
+
+def test_write_register(bench):
+    res = bench.run(["-w", "0x20", "-v", "7", "-v", "0x3c"])
+    assert (res.rc, res.out, res.err) == (0, "writing 0x3C in 0x20\n", "")
+    assert bench.xfers() == [("W", 0x20, 0x3C)]
+    assert bench.peek(0x20) == 0x3C
+
+
+@pytest.mark.parametrize("args,text", [
+    (["-w", "5"], "write error: value is missing\n"),
+    (["-v", "5"], "write error: offset is missing\n"),
+])
+def test_write_with_half_the_arguments(bench, args, text):
+    res = bench.run(args)
+    assert (res.rc, res.out) == (0, text)
+    assert bench.xfers() == []
+
+
+def test_failed_transfer_shows_on_stderr_only(bench):
+    bench.fault("xfer")
+    res = bench.run(["-r", "7"])
+    assert (res.rc, res.out) == (0, "Register offset   7 (0x7) = 0xFF\n")
+    assert res.err == "can't send spi message: Input/output error\n"
+    res = bench.run(["-w", "7", "-v", "1"])
+    assert (res.rc, res.out) == (0, "writing 0x1 in 0x7\n")
+    assert res.err == "can't send spi message: Input/output error\n"
+
+
+# --- dump and load --------------------------------------------------------
+
+def expected_dump(values):
+    lines = ["####  " + "".join(f" {n:01x} " for n in range(8)) + " "
+             + "".join(f" {n:01x} " for n in range(8, 16))]
+    for base in range(0, 256, 16):
+        row = values[base:base + 16]
+        lines.append(f"{base:04x}  " + "".join(f"{v:02x} " for v in row[:8]) + " "
+                     + "".join(f"{v:02x} " for v in row[8:]))
+    return "\n".join(lines) + "\n"
+
+
+def test_dump_reads_all_registers_in_order(bench):
+    for reg in range(2, 40):
+        bench.poke(reg, (reg * 7) & 0xFF)
+    values = [bench.peek(r) for r in range(256)]
+    res = bench.run(["-d"])
+    assert (res.rc, res.err) == (0, "")
+    assert res.out == expected_dump(values)
+    assert all(len(line) == 55 for line in res.out.splitlines())
+    assert bench.xfers() == [("R", r, values[r]) for r in range(256)]
+
+
+def test_dump_shows_ff_for_failed_reads(bench):
+    bench.fault("xfer-from", 3)
+    res = bench.run(["-d"])
+    lines = res.out.splitlines()
+    assert lines[1].startswith("0000  95 61 ff ff ")
+    assert res.err.count("can't send spi message: Input/output error\n") == 254
+
+
+def test_dump_loaded_back_writes_all_256_registers(bench, tmp_path):
+    dump = tmp_path / "regs.txt"
+    dump.write_text(bench.run(["-d"]).out)
+    bench.clear_events()
+    res = bench.run(["-c", str(dump)])
+    assert (res.rc, res.out) == (0, "256 registers written\n")
+    writes = bench.xfers()
+    assert [(op, reg) for op, reg, _ in writes] == [("W", r) for r in range(256)]
+
+
+@pytest.mark.parametrize("text,count,writes", [
+    ("", 0, []),
+    ("# only a comment\n   # another\n", 0, []),
+    ("0000 01 02 03 04 05 06 07 08 09 0a 0b 0c 0d 0e 0f 10 # tail\n", 0, []),
+    ("\n0040 01 02\n", 0, []),
+    ("0100 a0 a1 a2 a3 a4 a5 a6 a7 a8 a9 aa ab ac ad ae af\n", 16,
+     [(r, 0xA0 + r) for r in range(16)]),
+    ("00f8 00 01 02 03 04 05 06 07 08 09 0a 0b 0c 0d 0e 0f\n", 16,
+     [((0xF8 + i) & 0xFF, i) for i in range(16)]),
+    ("50 1 2 3 4 5 6 7 8 9 a b c d e f 10\n50 ff ff ff ff ff ff ff ff ff ff ff ff ff ff ff 77\n",
+     32, [(0x50 + i, i + 1) for i in range(16)] + [(0x50 + i, 0xFF) for i in range(15)]
+     + [(0x5F, 0x77)]),
+])
+def test_load_register_file(bench, tmp_path, text, count, writes):
+    f = tmp_path / "file.txt"
+    f.write_text(text)
+    res = bench.run(["--config", str(f)])
+    assert (res.rc, res.out, res.err) == (0, f"{count} registers written\n", "")
+    assert bench.xfers() == [("W", r, v) for r, v in writes]
+
+
+def test_long_line_reaches_the_loader_in_pieces(bench, tmp_path):
+    piece = "0060 " + " ".join(["11"] * 16)
+    line = piece + " " * (255 - len(piece)) + "0070 " + " ".join(["22"] * 16) + "\n"
+    f = tmp_path / "long.txt"
+    f.write_text(line)
+    res = bench.run(["-c", str(f)])
+    assert res.out == "32 registers written\n"
+    assert [r for _, r, _ in bench.xfers()] == list(range(0x60, 0x80))
+
+
+def test_load_missing_file(bench):
+    res = bench.run(["-c", "/nonexistent/regs"])
+    assert (res.rc, res.out) == (0, "Error while opening /nonexistent/regs\n")
+    assert bench.xfers() == []
+
+
+# --- traffic gates -------------------------------------------------------
+
+@pytest.mark.parametrize("option,reg,mask", [("-1", 49, 0x1A), ("-2", 33, 0x1C)])
+def test_gate_opens_and_closes(bench, option, reg, mask):
+    bench.poke(reg, 0x41)
+    bench.poke(4, 0x81)
+    for value in ("1", "257", "0x01"):  # opening twice changes nothing more
+        bench.clear_events()
+        res = bench.run([option, value])
+        assert (res.rc, res.out, res.err) == (0, "", "")
+        before = 0x41 if value == "1" else 0x41 | mask
+        assert bench.xfers() == [("R", reg, before), ("W", reg, 0x41 | mask)]
+    assert bench.peek(4) == 0x81  # opening does not touch register 4
+    for value in ("0", "2"):
+        bench.poke(reg, 0xFF)
+        bench.poke(4, 0x81)
+        bench.clear_events()
+        bench.run([option, value])
+        assert bench.xfers() == [("R", 4, 0x81), ("W", 4, 0x01),
+                                 ("R", reg, 0xFF), ("W", reg, 0xFF & ~mask)]
+
+
+# --- management mode -----------------------------------------------------
+
+GPIO = "/sys/class/gpio/"
+
+
+def test_managed_mode_sequence(bench):
+    bench.managed(0)
+    res = bench.run(["-m"])
+    assert (res.rc, res.out, res.err) == (0, "", "")
+    assert bench.gpio_writes() == [
+        (GPIO + "export", b"56"),
+        (GPIO + "export", b"191"),
+        (GPIO + "gpio56/direction", b"out\0"),
+        (GPIO + "gpio191/direction", b"out\0"),
+        (GPIO + "gpio191/value", b"1\0"),
+        (GPIO + "gpio56/value", b"0\0"),
+        (GPIO + "gpio56/value", b"1\0"),
+    ]
+    assert bench.sleeps() == [20000, 200000]
+    assert bench.xfers() == [("W", 1, 1)]
+    assert bench.run([]).out.startswith(NAND + "MANAGED ")
+
+
+def test_unmanaged_mode_then_managed_again(bench):
+    res = bench.run(["-u"])
+    assert (res.rc, res.out) == (0, "")
+    writes = bench.gpio_writes()
+    assert writes[4] == (GPIO + "gpio191/value", b"0\0")
+    assert bench.sleeps() == [20000]
+    assert bench.xfers() == []
+    assert bench.run([]).out == NAND + "UNMANAGED/undetected\n"
+    bench.clear_events()
+    bench.run(["-m"])
+    # The lines stay exported: nothing more is written to the export file,
+    # but it is still opened.
+    assert [p for p, _ in bench.gpio_writes()][:1] == [GPIO + "gpio56/direction"]
+    assert any(e.kind == "open" and e.args[0] == GPIO + "export" for e in bench.events())
+    assert bench.run([]).out.startswith(NAND + "MANAGED ")
+
+
+def test_only_missing_line_is_exported(bench):
+    bench.run(["-u"])
+    os.unlink(bench.path(GPIO + "gpio191/direction"))
+    bench.clear_events()
+    bench.run(["-m"])
+    assert bench.gpio_writes()[0] == (GPIO + "export", b"191")
+
+
+@pytest.mark.parametrize("fault,arg,writes_done", [
+    ("export-busy", "56", 0),
+    ("gpio-open", GPIO + "export", 0),
+    ("gpio-open", GPIO + "gpio191/value", 4),
+    ("gpio-write", GPIO + "gpio56/value", 5),
+])
+def test_management_mode_failure_stops_the_sequence(bench, fault, arg, writes_done):
+    bench.fault(fault, arg)
+    res = bench.run(["-m"])
+    assert (res.rc, res.out) == (0, "error during the management mode change\n")
+    ok_writes = [e for e in bench.events() if e.kind == "gpio" and e.args[-1] == "ok=1"]
+    assert len(ok_writes) == writes_done
+    assert bench.xfers() == []
+
+
+@pytest.mark.parametrize("option", ["-m", "-u"])
+def test_nor_board_is_always_managed(bench_nor, option):
+    res = bench_nor.run([option])
+    assert (res.rc, res.out) == (0, "the switch is always managed on this hardware \n")
+    assert bench_nor.gpio_writes() == [] and bench_nor.xfers() == []
+
+
+# --- the executable ---------------------------------------------------------
+
+def test_executable_needs_only_the_c_library():
+    out = subprocess.run(["readelf", "-d", os.path.join(BUILD_DIR, "switch_config")],
+                         capture_output=True, text=True, check=True).stdout
+    needed = [line.split("[")[1].rstrip("]") for line in out.splitlines() if "(NEEDED)" in line]
+    if any("asan" in lib or "ubsan" in lib for lib in needed):
+        pytest.skip("a sanitizer build carries its runtimes")
+    assert needed == ["libc.so.6"]
+
+
+def test_daemon_name_is_a_link_to_the_tool():
+    link = os.path.join(BUILD_DIR, "switch_daemon")
+    assert os.path.islink(link) and os.readlink(link) == "switch_config"
