@@ -1,0 +1,143 @@
+// Port mirroring. Per port, register 16p + 17 holds the transmit-monitored,
+// receive-monitored and sniffer bits; bit 0 of the chip-wide register 5
+// chooses whether a frame must match both directions or either one.
+#include "chip/port_mirror.h"
+
+#include "chip/port_columns.h"
+#include "console/hw_access.h"
+
+#include <cstdio>
+
+namespace {
+
+constexpr std::uint32_t LAST_PORT_INDEX = SWITCH_PORTS - 1;
+
+constexpr unsigned REG_GLOBAL_CONTROL = 5;
+constexpr std::uint8_t MIRROR_RX_AND_TX = 0x01;
+
+// Register 16p + 17.
+constexpr std::uint8_t MONITOR_TX = 0x20;
+constexpr std::uint8_t MONITOR_RX = 0x40;
+constexpr std::uint8_t SNIFFER = 0x80;
+
+constexpr unsigned mirror_reg(std::uint32_t p) {
+    return 16 * p + 17;
+}
+
+void update_bits(int fd, unsigned reg, std::uint8_t mask, std::int32_t on) {
+    std::uint8_t value = hw_read_byte(fd, reg);
+    if (on == 1)
+        value = static_cast<std::uint8_t>(value | mask);
+    else
+        value = static_cast<std::uint8_t>(value & ~mask);
+    hw_write_byte(fd, reg, value);
+}
+
+void set_port_bit(int fd, std::uint32_t p, std::uint8_t mask, std::int32_t flag) {
+    if (p > LAST_PORT_INDEX) {
+        std::printf("error: incorrect Switch port (%d) to set! \n", static_cast<int>(p + 1));
+        return;
+    }
+    update_bits(fd, mirror_reg(p), mask, flag);
+}
+
+bool take_tokens(std::uint16_t argc, char **argv, std::uint16_t needed, std::uint16_t usage_index) {
+    cli_echo_tokens(argc, argv, true);
+    if (argc < needed) {
+        cli_usage(usage_index);
+        return false;
+    }
+    return true;
+}
+
+std::int32_t int_arg(const char *token) {
+    return static_cast<std::int32_t>(cli_number(token, 10));
+}
+
+template <void (*Operation)(int, std::uint32_t, std::int32_t)>
+int port_flag_handler(std::uint16_t argc, char **argv, std::uint16_t usage_index, int fd) {
+    if (!take_tokens(argc, argv, 2, usage_index))
+        return 1;
+    Operation(fd, static_cast<std::uint32_t>(cli_number(argv[0], 10)) - 1u, int_arg(argv[1]));
+    return cli_handler_done(argc, argv);
+}
+
+struct FlagLine {
+    const char *label;
+    std::uint8_t PortMirrorRow::*field;
+};
+
+constexpr std::array<FlagLine, 3> flag_lines{{
+    {"Mirror monitor transmit: ", &PortMirrorRow::tx},
+    {"Mirror monitor receive : ", &PortMirrorRow::rx},
+    {"Mirror sniffer         : ", &PortMirrorRow::sniffer},
+}};
+
+} // namespace
+
+void SwitchSetPortMirrorTx(int fd, std::uint32_t p, std::int32_t flag) {
+    set_port_bit(fd, p, MONITOR_TX, flag);
+}
+
+void SwitchSetPortMirrorRx(int fd, std::uint32_t p, std::int32_t flag) {
+    set_port_bit(fd, p, MONITOR_RX, flag);
+}
+
+void SwitchSetPortSniffer(int fd, std::uint32_t p, std::int32_t flag) {
+    set_port_bit(fd, p, SNIFFER, flag);
+}
+
+void SwitchSetMirrorMode(int fd, std::int32_t sel) {
+    update_bits(fd, REG_GLOBAL_CONTROL, MIRROR_RX_AND_TX, sel);
+}
+
+void SwitchShowMirrorInfo(int fd) {
+    if (gDrvCtrl == nullptr)
+        return;
+    for (std::uint32_t i = 0; i < SWITCH_PORTS; ++i) {
+        const std::uint8_t value = hw_read_byte(fd, mirror_reg(i));
+        PortMirrorRow &row = gDrvCtrl->port_mirror[i];
+        row.tx = (value & MONITOR_TX) ? 1 : 0;
+        row.rx = (value & MONITOR_RX) ? 1 : 0;
+        row.sniffer = (value & SNIFFER) ? 1 : 0;
+    }
+    gDrvCtrl->mirror_rx_and_tx = (hw_read_byte(fd, REG_GLOBAL_CONTROL) & MIRROR_RX_AND_TX) ? 1 : 0;
+
+    // Column c shows port index c; index 0 is read but has no column.
+    char heads[4 * (11 + 1) + 1];
+    format_port_header(heads, 11);
+    std::printf("\n                  Port :        %s\n", heads);
+    for (const FlagLine &line : flag_lines) {
+        std::fputs(line.label, stdout);
+        for (int c = 1; c <= 4; ++c)
+            std::printf("%s    ", on_off_text[gDrvCtrl->port_mirror[c].*line.field]);
+        std::fputs("\n", stdout);
+    }
+    std::printf("Mirror Rx AND Tx       : %s\n", on_off_text[gDrvCtrl->mirror_rx_and_tx]);
+}
+
+int mirrortx_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
+    return port_flag_handler<SwitchSetPortMirrorTx>(*argc, argv, usage_index, fd);
+}
+
+int mirrorrx_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
+    return port_flag_handler<SwitchSetPortMirrorRx>(*argc, argv, usage_index, fd);
+}
+
+int sniffer_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
+    return port_flag_handler<SwitchSetPortSniffer>(*argc, argv, usage_index, fd);
+}
+
+int sniffmode_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
+    if (!take_tokens(*argc, argv, 1, usage_index))
+        return 1;
+    SwitchSetMirrorMode(fd, int_arg(argv[0]));
+    return cli_handler_done(*argc, argv);
+}
+
+int mirrorinfo_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
+    if (!take_tokens(*argc, argv, 0, usage_index))
+        return 1;
+    SwitchShowMirrorInfo(fd);
+    return cli_handler_done(*argc, argv);
+}

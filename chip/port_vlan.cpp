@@ -1,0 +1,219 @@
+// Per-port VLAN settings. Each port has a 16-register block starting at
+// 16p + 16: tagging in the first register, the ingress rules in the third, the
+// default VID split over the fourth (high nibble) and fifth (low byte). The
+// 802.1Q switch is bit 7 of the chip-wide register 5.
+#include "chip/port_vlan.h"
+
+#include "chip/port_columns.h"
+#include "console/hw_access.h"
+
+#include <cstdio>
+
+namespace {
+
+constexpr std::uint32_t LAST_PORT_INDEX = SWITCH_PORTS - 1;
+
+constexpr unsigned REG_GLOBAL_CONTROL = 5;
+constexpr std::uint8_t GLOBAL_8021Q = 0x80;
+
+constexpr std::uint8_t TAG_INSERT = 0x04;     // register 16p + 16
+constexpr std::uint8_t TAG_REMOVE = 0x02;     // register 16p + 16
+constexpr std::uint8_t INGRESS_FILTER = 0x40; // register 16p + 18
+constexpr std::uint8_t DISCARD_NON_PVID = 0x20;
+constexpr std::uint8_t VID_HIGH_BITS = 0x0F; // register 16p + 19
+
+constexpr unsigned tag_reg(std::uint32_t p) {
+    return 16 * p + 16;
+}
+constexpr unsigned ingress_reg(std::uint32_t p) {
+    return 16 * p + 18;
+}
+constexpr unsigned vid_high_reg(std::uint32_t p) {
+    return 16 * p + 19;
+}
+constexpr unsigned vid_low_reg(std::uint32_t p) {
+    return 16 * p + 20;
+}
+
+// Sets the bits of mask when on is exactly 1, clears them otherwise; the
+// other bits of the register are written back as they were read.
+void update_bits(int fd, unsigned reg, std::uint8_t mask, std::int32_t on) {
+    std::uint8_t value = hw_read_byte(fd, reg);
+    if (on == 1)
+        value = static_cast<std::uint8_t>(value | mask);
+    else
+        value = static_cast<std::uint8_t>(value & ~mask);
+    hw_write_byte(fd, reg, value);
+}
+
+bool port_is_valid(std::uint32_t p) {
+    if (p > LAST_PORT_INDEX) {
+        std::printf("error: incorrect Switch port (%d) to set! \n", static_cast<int>(p + 1));
+        return false;
+    }
+    return true;
+}
+
+// Token echo and the check for the least number of tokens; the usage line
+// when there are too few.
+bool take_tokens(std::uint16_t argc, char **argv, std::uint16_t needed, std::uint16_t usage_index) {
+    cli_echo_tokens(argc, argv, true);
+    if (argc < needed) {
+        cli_usage(usage_index);
+        return false;
+    }
+    return true;
+}
+
+std::uint32_t port_index(const char *token) {
+    return static_cast<std::uint32_t>(cli_number(token, 10)) - 1u;
+}
+
+std::int32_t int_arg(const char *token) {
+    return static_cast<std::int32_t>(cli_number(token, 10));
+}
+
+// The handlers of the form <Port> <value>.
+template <void (*Operation)(int, std::uint32_t, std::int32_t)>
+int port_value_handler(std::uint16_t argc, char **argv, std::uint16_t usage_index, int fd) {
+    if (!take_tokens(argc, argv, 2, usage_index))
+        return 1;
+    Operation(fd, port_index(argv[0]), int_arg(argv[1]));
+    return cli_handler_done(argc, argv);
+}
+
+template <std::int32_t Enable> void set_port_tag(int fd, std::uint32_t p, std::int32_t tag) {
+    SwitchSetPortVlanTag(fd, p, tag, Enable);
+}
+
+template <std::int32_t Enable>
+int set_8021q_handler(std::uint16_t argc, char **argv, std::uint16_t usage_index, int fd) {
+    if (!take_tokens(argc, argv, 0, usage_index))
+        return 1;
+    SwitchSet8021Q(fd, Enable);
+    return cli_handler_done(argc, argv);
+}
+
+struct FlagLine {
+    const char *label;
+    std::uint8_t PortVlanRow::*field;
+};
+
+constexpr std::array<FlagLine, 4> flag_lines{{
+    {"VLAN tag insertion   : ", &PortVlanRow::tag_insert},
+    {"VLAN tag removal     : ", &PortVlanRow::tag_remove},
+    {"VLAN ingress filter  : ", &PortVlanRow::ingress_filter},
+    {"VLAN discard PVID    : ", &PortVlanRow::discard_non_pvid},
+}};
+
+} // namespace
+
+void SwitchSetPortDefaultVid(int fd, std::uint32_t p, std::uint16_t vid) {
+    if (!port_is_valid(p))
+        return;
+    // VID 0 wraps to 0xFFFF here, so one comparison leaves 1 to 4095.
+    if (static_cast<std::uint16_t>(vid - 1) > 4094) {
+        std::printf("error: incorrect default vid (%d) to set! \n", vid);
+        return;
+    }
+    hw_write_byte(fd, vid_low_reg(p), vid & 0xFFu);
+    const std::uint8_t high = hw_read_byte(fd, vid_high_reg(p));
+    hw_write_byte(
+        fd, vid_high_reg(p),
+        static_cast<std::uint8_t>((high & ~VID_HIGH_BITS) | ((vid >> 8) & VID_HIGH_BITS)));
+}
+
+void SwitchSet8021Q(int fd, std::int32_t enable) {
+    update_bits(fd, REG_GLOBAL_CONTROL, GLOBAL_8021Q, enable);
+}
+
+void SwitchSetPortVlanTag(int fd, std::uint32_t p, std::int32_t tag, std::int32_t enable) {
+    if (!port_is_valid(p))
+        return;
+    update_bits(fd, tag_reg(p), tag == 1 ? TAG_INSERT : TAG_REMOVE, enable);
+}
+
+void SwitchSetPortIngressFilter(int fd, std::uint32_t p, std::int32_t flag) {
+    if (!port_is_valid(p))
+        return;
+    update_bits(fd, ingress_reg(p), INGRESS_FILTER, flag);
+}
+
+void SwitchSetPortDiscardNonVid(int fd, std::uint32_t p, std::int32_t flag) {
+    if (!port_is_valid(p))
+        return;
+    update_bits(fd, ingress_reg(p), DISCARD_NON_PVID, flag);
+}
+
+void SwitchShowVlanInfo(int fd) {
+    if (gDrvCtrl == nullptr)
+        return;
+    for (std::uint32_t i = 0; i < SWITCH_PORTS; ++i) {
+        PortVlanRow &row = gDrvCtrl->port_vlan[i];
+        const std::uint8_t low = hw_read_byte(fd, vid_low_reg(i));
+        const std::uint8_t high = hw_read_byte(fd, vid_high_reg(i));
+        const std::uint8_t tags = hw_read_byte(fd, tag_reg(i));
+        const std::uint8_t ingress = hw_read_byte(fd, ingress_reg(i));
+        row.default_vid = static_cast<std::uint16_t>(((high & VID_HIGH_BITS) << 8) | low);
+        row.tag_insert = (tags & TAG_INSERT) ? 1 : 0;
+        row.tag_remove = (tags & TAG_REMOVE) ? 1 : 0;
+        row.ingress_filter = (ingress & INGRESS_FILTER) ? 1 : 0;
+        row.discard_non_pvid = (ingress & DISCARD_NON_PVID) ? 1 : 0;
+    }
+    gDrvCtrl->vlan_8021q = (hw_read_byte(fd, REG_GLOBAL_CONTROL) & GLOBAL_8021Q) ? 1 : 0;
+
+    // Column c shows port index c; index 0 is read but has no column.
+    char heads[4 * (11 + 1) + 1];
+    format_port_header(heads, 11);
+    std::printf("\n                Port :        %s\n", heads);
+    std::fputs("VLAN defaul VID      : ", stdout);
+    for (int c = 1; c <= 4; ++c)
+        std::printf(" %7d    ", gDrvCtrl->port_vlan[c].default_vid);
+    std::fputs("\n", stdout);
+    for (const FlagLine &line : flag_lines) {
+        std::fputs(line.label, stdout);
+        for (int c = 1; c <= 4; ++c)
+            std::printf("%s    ", on_off_text[gDrvCtrl->port_vlan[c].*line.field]);
+        std::fputs("\n", stdout);
+    }
+    std::printf("VLAN 802.1Q          : %s\n", on_off_text[gDrvCtrl->vlan_8021q]);
+}
+
+int vlandefvid_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
+    if (!take_tokens(*argc, argv, 2, usage_index))
+        return 1;
+    SwitchSetPortDefaultVid(fd, port_index(argv[0]),
+                            static_cast<std::uint16_t>(cli_number(argv[1], 10)));
+    return cli_handler_done(*argc, argv);
+}
+
+int vlanenable_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
+    return set_8021q_handler<1>(*argc, argv, usage_index, fd);
+}
+
+int vlandisable_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
+    return set_8021q_handler<0>(*argc, argv, usage_index, fd);
+}
+
+int vlanenabletag_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
+    return port_value_handler<set_port_tag<1>>(*argc, argv, usage_index, fd);
+}
+
+int vlandisabletag_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
+    return port_value_handler<set_port_tag<0>>(*argc, argv, usage_index, fd);
+}
+
+int vlaningressfilter_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
+    return port_value_handler<SwitchSetPortIngressFilter>(*argc, argv, usage_index, fd);
+}
+
+int vlandiscardnonvid_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
+    return port_value_handler<SwitchSetPortDiscardNonVid>(*argc, argv, usage_index, fd);
+}
+
+int vlaninfo_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
+    if (!take_tokens(*argc, argv, 0, usage_index))
+        return 1;
+    SwitchShowVlanInfo(fd);
+    return cli_handler_done(*argc, argv);
+}

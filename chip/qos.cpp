@@ -1,0 +1,318 @@
+// QoS settings. Per port: the port control register 16p + 16 (port-based
+// queue, 802.1p and DiffServ switches, and a bit the four-queue split must
+// clear), register 16p + 177 (four-queue split) and the four registers
+// 16p + 178 to 16p + 181 whose bit 7 together make weighted fair queueing.
+// Chip-wide: the 802.1p map in registers 128 and 129, the TOS map in
+// registers 144 to 159 (four 2-bit queue fields per register), and bit 3 of
+// register 135, which must be on while any port splits its queues.
+#include "chip/qos.h"
+
+#include "chip/port_columns.h"
+#include "console/hw_access.h"
+
+#include <cstdio>
+
+namespace {
+
+constexpr std::uint32_t LAST_PORT_INDEX = SWITCH_PORTS - 1;
+constexpr std::int32_t LAST_QUEUE = 3;
+constexpr std::int32_t LAST_PRIORITY = 7;
+constexpr std::int32_t LAST_TOS = 63;
+
+constexpr unsigned REG_PRIORITY_MAP = 128; // 128 and 129
+constexpr unsigned REG_TOS_MAP = 144;      // 144 to 159
+constexpr unsigned REG_SPLIT_SUMMARY = 135;
+constexpr std::uint8_t SPLIT_SUMMARY = 0x08;
+
+// Register 16p + 16.
+constexpr std::uint8_t PORT_CTRL_SPLIT_CLEAR = 0x01;
+constexpr std::uint8_t BASE_QUEUE_MASK = 0x18;
+constexpr unsigned BASE_QUEUE_SHIFT = 3;
+constexpr std::uint8_t DOT1P = 0x20;
+constexpr std::uint8_t DIFFSERV = 0x40;
+// Register 16p + 177.
+constexpr std::uint8_t SPLIT_4Q = 0x02;
+// Registers 16p + 178 to 16p + 181.
+constexpr std::uint8_t WFQ = 0x80;
+
+constexpr unsigned port_ctrl_reg(std::uint32_t p) {
+    return 16 * p + 16;
+}
+constexpr unsigned split_reg(std::uint32_t p) {
+    return 16 * p + 177;
+}
+constexpr unsigned wfq_first_reg(std::uint32_t p) {
+    return 16 * p + 178;
+}
+constexpr unsigned wfq_last_reg(std::uint32_t p) {
+    return 16 * p + 181;
+}
+
+std::uint8_t with_bits(std::uint8_t value, std::uint8_t mask, std::int32_t on) {
+    return on == 1 ? static_cast<std::uint8_t>(value | mask)
+                   : static_cast<std::uint8_t>(value & ~mask);
+}
+
+void update_bits(int fd, unsigned reg, std::uint8_t mask, std::int32_t on) {
+    hw_write_byte(fd, reg, with_bits(hw_read_byte(fd, reg), mask, on));
+}
+
+bool port_is_valid(std::uint32_t p) {
+    if (p > LAST_PORT_INDEX) {
+        std::printf("error: incorrect Switch port (%d) to set! \n", static_cast<int>(p + 1));
+        return false;
+    }
+    return true;
+}
+
+// The queue, priority and TOS numbers come from strtoul, which takes a
+// leading minus sign: a negative number has no queue, map entry or register
+// behind it, so it is refused like a number above the range, showing what
+// was typed, and nothing is written.
+bool queue_is_valid(std::int32_t q) {
+    if (q < 0 || q > LAST_QUEUE) {
+        std::printf("error: incorrect priority queue number(%d) to set! \n", q);
+        return false;
+    }
+    return true;
+}
+
+// Replaces the 2-bit queue field k (bits 2k and 2k + 1) of a map register.
+void write_queue_field(int fd, unsigned reg, std::int32_t k, std::int32_t q) {
+    const unsigned shift = static_cast<unsigned>(2 * k);
+    const unsigned value = hw_read_byte(fd, reg);
+    hw_write_byte(fd, reg, (value & ~(3u << shift)) | (static_cast<unsigned>(q) << shift));
+}
+
+std::uint8_t queue_field(std::uint8_t value, unsigned k) {
+    return static_cast<std::uint8_t>((value >> (2 * k)) & 3u);
+}
+
+bool take_tokens(std::uint16_t argc, char **argv, std::uint16_t needed, std::uint16_t usage_index) {
+    cli_echo_tokens(argc, argv, true);
+    if (argc < needed) {
+        cli_usage(usage_index);
+        return false;
+    }
+    return true;
+}
+
+std::uint32_t port_index(const char *token) {
+    return static_cast<std::uint32_t>(cli_number(token, 10)) - 1u;
+}
+
+std::int32_t int_arg(const char *token) {
+    return static_cast<std::int32_t>(cli_number(token, 10));
+}
+
+// Optional trailing token: its number when given, otherwise fallback.
+std::int32_t int_arg_or(std::uint16_t argc, char **argv, std::uint16_t at, std::int32_t fallback) {
+    return argc > at ? int_arg(argv[at]) : fallback;
+}
+
+template <void (*Operation)(int, std::uint32_t, std::int32_t)>
+int port_flag_handler(std::uint16_t argc, char **argv, std::uint16_t usage_index, int fd) {
+    if (!take_tokens(argc, argv, 2, usage_index))
+        return 1;
+    Operation(fd, port_index(argv[0]), int_arg(argv[1]));
+    return cli_handler_done(argc, argv);
+}
+
+// <value> [<Q#>]: the priority and TOS maps.
+template <void (*Operation)(int, std::int32_t, std::int32_t)>
+int map_handler(std::uint16_t argc, char **argv, std::uint16_t usage_index, int fd) {
+    if (!take_tokens(argc, argv, 1, usage_index))
+        return 1;
+    Operation(fd, int_arg(argv[0]), int_arg_or(argc, argv, 1, 0));
+    return cli_handler_done(argc, argv);
+}
+
+struct FlagLine {
+    const char *label;
+    std::uint8_t PortQosRow::*field;
+};
+
+constexpr std::array<FlagLine, 4> flag_lines{{
+    {"QoS split TXQ into 4Q       : ", &PortQosRow::split_4q},
+    {"QoS DiffServ                : ", &PortQosRow::diffserv},
+    {"QoS 802.1p                  : ", &PortQosRow::dot1p},
+    {"QoS WFQ(q3:q2:q1:q0=8:4:2:1): ", &PortQosRow::wfq},
+}};
+
+constexpr const char *MAP_INDENT = "                              "; // under the labels
+constexpr int MAP_ITEMS_PER_LINE = 8;
+
+} // namespace
+
+void SwitchSetPortWfq(int fd, std::int32_t flag, std::uint32_t p) {
+    if (!port_is_valid(p))
+        return;
+    for (unsigned reg = wfq_last_reg(p); reg >= wfq_first_reg(p); --reg)
+        update_bits(fd, reg, WFQ, flag);
+}
+
+void SwitchSetPortSplitQueue(int fd, std::uint32_t p, std::int32_t flag) {
+    if (!port_is_valid(p))
+        return;
+    const std::uint8_t ctrl = hw_read_byte(fd, port_ctrl_reg(p));
+    const std::uint8_t split = hw_read_byte(fd, split_reg(p));
+    hw_write_byte(fd, port_ctrl_reg(p), static_cast<std::uint8_t>(ctrl & ~PORT_CTRL_SPLIT_CLEAR));
+    hw_write_byte(fd, split_reg(p), with_bits(split, SPLIT_4Q, flag));
+
+    // The chip-wide bit follows all ports, not only the one just changed.
+    std::int32_t any_split = 0;
+    for (std::uint32_t i = 0; i < SWITCH_PORTS; ++i) {
+        if (hw_read_byte(fd, split_reg(i)) & SPLIT_4Q) {
+            any_split = 1;
+            break;
+        }
+    }
+    update_bits(fd, REG_SPLIT_SUMMARY, SPLIT_SUMMARY, any_split);
+}
+
+void SwitchMapTagToQueue(int fd, std::int32_t priority, std::int32_t q) {
+    // Negative priorities are refused like too large ones (see queue_is_valid).
+    if (priority < 0 || priority > LAST_PRIORITY) {
+        std::printf("error: incorrect 802.1p priority value(%d) to set! \n", priority);
+        return;
+    }
+    if (!queue_is_valid(q))
+        return;
+    write_queue_field(fd, REG_PRIORITY_MAP + static_cast<unsigned>(priority / 4), priority % 4, q);
+    std::printf("QoS 802.1p priority %d mapping to Q%d. \n", priority, q);
+}
+
+void SwitchMapTosToQueue(int fd, std::int32_t tos, std::int32_t q) {
+    // Negative TOS values are refused like too large ones (see queue_is_valid).
+    if (tos < 0 || tos > LAST_TOS) {
+        std::printf("error: incorrect TOS (%d) value to set! \n", tos);
+        return;
+    }
+    if (!queue_is_valid(q))
+        return;
+    write_queue_field(fd, REG_TOS_MAP + static_cast<unsigned>(tos / 4), tos % 4, q);
+    std::printf("QoS TOS priority %d mapping to Q%d. \n", tos, q);
+}
+
+void SwitchSetPortBaseQueue(int fd, std::uint32_t p, std::int32_t flag, std::int32_t q) {
+    if (!port_is_valid(p))
+        return;
+    // The queue is checked even when the mapping is being switched off.
+    if (!queue_is_valid(q))
+        return;
+    unsigned value = hw_read_byte(fd, port_ctrl_reg(p)) & ~unsigned{BASE_QUEUE_MASK};
+    if (flag == 1)
+        value |= static_cast<unsigned>(q) << BASE_QUEUE_SHIFT;
+    hw_write_byte(fd, port_ctrl_reg(p), value);
+}
+
+void SwitchSetPortDiffServ(int fd, std::uint32_t p, std::int32_t flag) {
+    if (!port_is_valid(p))
+        return;
+    update_bits(fd, port_ctrl_reg(p), DIFFSERV, flag);
+}
+
+void SwitchSetPortDot1p(int fd, std::uint32_t p, std::int32_t flag) {
+    if (!port_is_valid(p))
+        return;
+    update_bits(fd, port_ctrl_reg(p), DOT1P, flag);
+}
+
+void SwitchShowQosInfo(int fd) {
+    if (gDrvCtrl == nullptr)
+        return;
+    for (std::uint32_t i = 0; i < SWITCH_PORTS; ++i) {
+        PortQosRow &row = gDrvCtrl->port_qos[i];
+        row.split_4q = (hw_read_byte(fd, split_reg(i)) & SPLIT_4Q) ? 1 : 0;
+        const std::uint8_t ctrl = hw_read_byte(fd, port_ctrl_reg(i));
+        row.base_queue = static_cast<std::uint8_t>((ctrl & BASE_QUEUE_MASK) >> BASE_QUEUE_SHIFT);
+        row.dot1p = (ctrl & DOT1P) ? 1 : 0;
+        row.diffserv = (ctrl & DIFFSERV) ? 1 : 0;
+        // Fair queueing is on only when all four queue registers say so.
+        row.wfq = 1;
+        for (unsigned reg = wfq_last_reg(i); reg >= wfq_first_reg(i); --reg) {
+            if ((hw_read_byte(fd, reg) & WFQ) == 0) {
+                row.wfq = 0;
+                break;
+            }
+        }
+    }
+    // The maps are chip-wide and kept in row 0.
+    PortQosRow &maps = gDrvCtrl->port_qos[0];
+    for (unsigned k = 0; k < 8; ++k)
+        maps.tag_queue[k] = queue_field(hw_read_byte(fd, REG_PRIORITY_MAP + k / 4), k % 4);
+    for (unsigned t = 0; t < 64; ++t)
+        maps.tos_queue[t] = queue_field(hw_read_byte(fd, REG_TOS_MAP + t / 4), t % 4);
+
+    // Column c shows port index c; index 0 is read but has no column.
+    char heads[4 * (11 + 1) + 1];
+    format_port_header(heads, 11);
+    std::printf("\n                       Port :        %s\n", heads);
+    for (const FlagLine &line : flag_lines) {
+        std::fputs(line.label, stdout);
+        for (int c = 1; c <= 4; ++c)
+            std::printf("%s    ", on_off_text[gDrvCtrl->port_qos[c].*line.field]);
+        std::fputs("\n", stdout);
+    }
+    std::fputs("QoS Port-based mapping to Q : ", stdout);
+    for (int c = 1; c <= 4; ++c)
+        std::printf("      Q%d    ", gDrvCtrl->port_qos[c].base_queue);
+    std::fputs("\n", stdout);
+
+    std::fputs("802.1p mapping to Q         : ", stdout);
+    for (int k = 0; k < 8; ++k)
+        std::printf("%2d-Q%d  ", k, maps.tag_queue[k]);
+    std::fputs("\n", stdout);
+
+    std::fputs("DiffServ mapping to Q       : ", stdout);
+    for (int t = 0; t < 64; ++t) {
+        std::printf("%2d-Q%d  ", t, maps.tos_queue[t]);
+        if ((t + 1) % MAP_ITEMS_PER_LINE == 0)
+            std::printf("\n%s", MAP_INDENT);
+    }
+    std::fputs("\n", stdout);
+}
+
+int qoswfq_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
+    if (!take_tokens(*argc, argv, 1, usage_index))
+        return 1;
+    // The flag comes first; a missing port means port number 1.
+    const std::uint32_t p = *argc > 1 ? port_index(argv[1]) : 0;
+    SwitchSetPortWfq(fd, int_arg(argv[0]), p);
+    return cli_handler_done(*argc, argv);
+}
+
+int qossplitq_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
+    return port_flag_handler<SwitchSetPortSplitQueue>(*argc, argv, usage_index, fd);
+}
+
+int qostag2q_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
+    return map_handler<SwitchMapTagToQueue>(*argc, argv, usage_index, fd);
+}
+
+int qostos2q_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
+    return map_handler<SwitchMapTosToQueue>(*argc, argv, usage_index, fd);
+}
+
+int qosportbase_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
+    if (!take_tokens(*argc, argv, 2, usage_index))
+        return 1;
+    SwitchSetPortBaseQueue(fd, port_index(argv[0]), int_arg(argv[1]),
+                           int_arg_or(*argc, argv, 2, 0));
+    return cli_handler_done(*argc, argv);
+}
+
+int qosdiffserv_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
+    return port_flag_handler<SwitchSetPortDiffServ>(*argc, argv, usage_index, fd);
+}
+
+int qosdot1p_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
+    return port_flag_handler<SwitchSetPortDot1p>(*argc, argv, usage_index, fd);
+}
+
+int qosinfo_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
+    if (!take_tokens(*argc, argv, 0, usage_index))
+        return 1;
+    SwitchShowQosInfo(fd);
+    return cli_handler_done(*argc, argv);
+}

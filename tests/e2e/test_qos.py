@@ -1,0 +1,176 @@
+"""QoS in the console: fair queueing, the four-queue split, the priority and
+TOS maps, port-based queues, and the qosinfo display."""
+import pytest
+
+from console_util import command_xfers, console_session
+
+QOS_REGS = ([16 * i + 16 for i in range(5)]
+            + [16 * i + off for i in range(5) for off in range(177, 182)]
+            + [128, 129, 135] + list(range(144, 160)))
+
+PORT_ERROR = "error: incorrect Switch port ({}) to set! \n"
+QUEUE_ERROR = "error: incorrect priority queue number({}) to set! \n"
+PRIORITY_ERROR = "error: incorrect 802.1p priority value({}) to set! \n"
+TOS_ERROR = "error: incorrect TOS ({}) value to set! \n"
+
+
+def echo(line):
+    tokens = line.split()[1:]
+    return f"The argc is {len(tokens)}\n" + "".join(
+        f"The token {i + 1} is argv[{i}]={t} \n" for i, t in enumerate(tokens))
+
+
+def prepare(bench, pokes):
+    for reg, val in pokes.items():
+        bench.poke(reg, val)
+    bench.clear_events()
+
+
+def diffserv_lines(queues):
+    rows = ["DiffServ mapping to Q       : "]
+    for t in range(64):
+        rows[-1] += f"{t:2d}-Q{queues.get(t, 0)}  "
+        if t % 8 == 7:
+            rows.append(" " * 30)
+    return "\n".join(rows) + "\n"
+
+
+def test_qosinfo_shows_ports_two_to_five_and_the_maps(bench):
+    prepare(bench, {reg: 0 for reg in QOS_REGS})
+    res = console_session(
+        bench,
+        "qosdiffserv 1 1", "qosportbase 1 1 3",  # port number 1 has no column
+        "qosdiffserv 3 1", "qosdot1p 2 1", "qosdot1p 3 1", "qosdot1p 4 1", "qosdot1p 5 1",
+        "qosportbase 4 1 2",
+        "qostag2q 2 1", "qostag2q 3 1", "qostag2q 4 2", "qostag2q 5 2", "qostag2q 6 3",
+        "qostag2q 7 3",
+        "qosinfo")
+    assert res.outputs[-2] == echo("qosinfo") + (
+        "\n"
+        "                       Port :        1           2           3           4           \n"
+        "QoS split TXQ into 4Q       :  disable     disable     disable     disable    \n"
+        "QoS DiffServ                :  disable      enable     disable     disable    \n"
+        "QoS 802.1p                  :   enable      enable      enable      enable    \n"
+        "QoS WFQ(q3:q2:q1:q0=8:4:2:1):  disable     disable     disable     disable    \n"
+        "QoS Port-based mapping to Q :       Q0          Q0          Q2          Q0    \n"
+        "802.1p mapping to Q         :  0-Q0   1-Q0   2-Q1   3-Q1   4-Q2   5-Q2   6-Q3   7-Q3  \n"
+    ) + diffserv_lines({})
+
+
+def test_qosinfo_wfq_needs_all_four_registers_and_shows_tos_map(bench):
+    # Index 1: all four WFQ bits; index 2: only the last of the four is clear.
+    pokes = {reg: 0 for reg in QOS_REGS} | {194: 0x80, 195: 0x80, 196: 0x80, 197: 0x80,
+                                            211: 0x80, 212: 0x80, 213: 0x80, 241: 0x02}
+    prepare(bench, pokes)
+    res = console_session(bench, "qostos2q 13 3", "qostos2q 63 1", "qostos2q 0 2", "qosinfo")
+    assert res.outputs[:3] == [echo("qostos2q 13 3") + "QoS TOS priority 13 mapping to Q3. \n",
+                               echo("qostos2q 63 1") + "QoS TOS priority 63 mapping to Q1. \n",
+                               echo("qostos2q 0 2") + "QoS TOS priority 0 mapping to Q2. \n"]
+    lines = res.outputs[3].split("\n")
+    assert lines[3] == "QoS split TXQ into 4Q       :  disable     disable     disable      enable    "
+    assert lines[6] == "QoS WFQ(q3:q2:q1:q0=8:4:2:1):   enable     disable     disable     disable    "
+    assert "\n".join(lines[9:]) == diffserv_lines({13: 3, 63: 1, 0: 2})
+
+
+def test_qosinfo_read_order_stops_wfq_at_first_clear_bit(bench):
+    prepare(bench, {reg: 0 for reg in QOS_REGS} | {197: 0x80, 196: 0x80, 195: 0x80, 194: 0x80,
+                                                   213: 0x80})
+    console_session(bench, "qosinfo")
+    wfq = {0: [181], 1: [197, 196, 195, 194], 2: [213, 212], 3: [229], 4: [245]}
+    regs = []
+    for i in range(5):
+        regs += [16 * i + 177, 16 * i + 16] + wfq[i]
+    regs += [128] * 4 + [129] * 4
+    regs += [144 + t // 4 for t in range(64)]
+    assert [(op, reg) for op, reg, _ in command_xfers(bench)] == [("R", r) for r in regs]
+
+
+def rmw(reg, before, after):
+    return [("R", reg, before), ("W", reg, after)]
+
+
+# Each setter: the line, the register values before, the transfers, the output
+# after the token echo.
+@pytest.mark.parametrize("line,pokes,xfers,printed", [
+    ("qoswfq 1", {181: 0x05, 180: 0x05, 179: 0x05, 178: 0x05},
+     rmw(181, 5, 0x85) + rmw(180, 5, 0x85) + rmw(179, 5, 0x85) + rmw(178, 5, 0x85), ""),
+    ("qoswfq 1 5", {245: 0, 244: 0, 243: 0, 242: 0},
+     rmw(245, 0, 0x80) + rmw(244, 0, 0x80) + rmw(243, 0, 0x80) + rmw(242, 0, 0x80), ""),
+    ("qoswfq 2 2", {197: 0xFF, 196: 0xFF, 195: 0xFF, 194: 0xFF},
+     rmw(197, 0xFF, 0x7F) + rmw(196, 0xFF, 0x7F) + rmw(195, 0xFF, 0x7F) + rmw(194, 0xFF, 0x7F),
+     ""),
+    # Enabling port 2: the scan stops at the first port with the split bit.
+    ("qossplitq 2 1", {32: 0x0F, 193: 0x00, 177: 0x00, 135: 0x00},
+     [("R", 32, 0x0F), ("R", 193, 0x00), ("W", 32, 0x0E), ("W", 193, 0x02),
+      ("R", 177, 0x00), ("R", 193, 0x02), ("R", 135, 0x00), ("W", 135, 0x08)], ""),
+    # Disabling port 2 while port 3 still splits keeps the chip-wide bit.
+    ("qossplitq 2 0", {32: 0x01, 193: 0xFF, 177: 0x00, 209: 0x02, 135: 0x08},
+     [("R", 32, 0x01), ("R", 193, 0xFF), ("W", 32, 0x00), ("W", 193, 0xFD),
+      ("R", 177, 0x00), ("R", 193, 0xFD), ("R", 209, 0x02), ("R", 135, 0x08), ("W", 135, 0x08)],
+     ""),
+    # Disabling the last one clears it; bit 0 of 16p + 16 is cleared either way.
+    ("qossplitq 1 0", {16: 0xFF, 177: 0xFF, 193: 0, 209: 0, 225: 0, 241: 0xFD, 135: 0xFF},
+     [("R", 16, 0xFF), ("R", 177, 0xFF), ("W", 16, 0xFE), ("W", 177, 0xFD),
+      ("R", 177, 0xFD), ("R", 193, 0), ("R", 209, 0), ("R", 225, 0), ("R", 241, 0xFD),
+      ("R", 135, 0xFF), ("W", 135, 0xF7)], ""),
+    ("qostag2q 3", {128: 0xFF}, rmw(128, 0xFF, 0x3F), "QoS 802.1p priority 3 mapping to Q0. \n"),
+    ("qostag2q 0 2", {128: 0xFF}, rmw(128, 0xFF, 0xFE), "QoS 802.1p priority 0 mapping to Q2. \n"),
+    ("qostag2q 4 3", {129: 0x00}, rmw(129, 0, 0x03), "QoS 802.1p priority 4 mapping to Q3. \n"),
+    ("qostag2q 7 1", {129: 0xFF}, rmw(129, 0xFF, 0x7F), "QoS 802.1p priority 7 mapping to Q1. \n"),
+    ("qostos2q 63 1", {159: 0x00}, rmw(159, 0, 0x40), "QoS TOS priority 63 mapping to Q1. \n"),
+    ("qostos2q 5 2", {145: 0xFF}, rmw(145, 0xFF, 0xFB), "QoS TOS priority 5 mapping to Q2. \n"),
+    ("qostos2q 8", {146: 0xFF}, rmw(146, 0xFF, 0xFC), "QoS TOS priority 8 mapping to Q0. \n"),
+    ("qosportbase 2 1 3", {32: 0x81}, rmw(32, 0x81, 0x99), ""),
+    ("qosportbase 2 1", {32: 0xFF}, rmw(32, 0xFF, 0xE7), ""),
+    ("qosportbase 2 0 2", {32: 0xFF}, rmw(32, 0xFF, 0xE7), ""),
+    ("qosportbase 5 1 1", {80: 0x10}, rmw(80, 0x10, 0x08), ""),
+    ("qosdiffserv 3 1", {48: 0x01}, rmw(48, 0x01, 0x41), ""),
+    ("qosdiffserv 3 5", {48: 0xFF}, rmw(48, 0xFF, 0xBF), ""),
+    ("qosdot1p 4 1", {64: 0x00}, rmw(64, 0x00, 0x20), ""),
+    ("qosdot1p 5 0", {80: 0xFF}, rmw(80, 0xFF, 0xDF), ""),
+])
+def test_setter_transfers(bench, line, pokes, xfers, printed):
+    prepare(bench, pokes)
+    res = console_session(bench, line)
+    assert res.outputs[0] == echo(line) + printed
+    assert command_xfers(bench) == xfers
+    written = {reg: val for op, reg, val in xfers if op == "W"}
+    assert {reg: bench.peek(reg) for reg in written} == written
+
+
+# Refused values, in the order of comparison: the message, and no transfer.
+# Negative numbers are refused with the message of the value they stand for.
+@pytest.mark.parametrize("line,message", [
+    ("qoswfq 1 0", PORT_ERROR.format(0)),
+    ("qoswfq 1 6", PORT_ERROR.format(6)),
+    ("qossplitq 6 1", PORT_ERROR.format(6)),
+    ("qosdiffserv 0 1", PORT_ERROR.format(0)),
+    ("qosdot1p 6 1", PORT_ERROR.format(6)),
+    ("qosportbase 6 1 9", PORT_ERROR.format(6)),
+    ("qosportbase 2 0 7", QUEUE_ERROR.format(7)),
+    ("qosportbase 2 1 -1", QUEUE_ERROR.format(-1)),
+    ("qostag2q 8 9", PRIORITY_ERROR.format(8)),
+    ("qostag2q 1 4", QUEUE_ERROR.format(4)),
+    ("qostag2q -1 2", PRIORITY_ERROR.format(-1)),
+    ("qostag2q 1 -2", QUEUE_ERROR.format(-2)),
+    ("qostos2q 64", TOS_ERROR.format(64)),
+    ("qostos2q -3 1", TOS_ERROR.format(-3)),
+    ("qostos2q 3 -1", QUEUE_ERROR.format(-1)),
+])
+def test_refused_values_touch_nothing(bench, line, message):
+    prepare(bench, {})
+    res = console_session(bench, line)
+    assert res.outputs[0] == echo(line) + message
+    assert command_xfers(bench) == []
+
+
+@pytest.mark.parametrize("line,usage", [
+    ("qoswfq", "qoswfq      <Flag> <Port>          -- enable\\disable Weighted Fair Queueing on a Switch port.\n"),
+    ("qostag2q", "qostag2q    <Priority> <Q#>        -- mapping 802.1p priority to priority TxQ.\n"),
+    ("qosportbase 1", "qosportbase <Port> <Flag> <Q#>     -- enable\\disable mapping port-base to priority TxQ on a Switch port.\n"),
+])
+def test_too_few_tokens_print_usage(bench, line, usage):
+    prepare(bench, {})
+    res = console_session(bench, line)
+    assert res.outputs[0] == echo(line) + "Usage: " + usage + "\n"
+    assert command_xfers(bench) == []
