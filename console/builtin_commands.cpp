@@ -1,0 +1,77 @@
+// The console commands that are no chip operations: help, exit, and the
+// register commands rrb and rwb with their word and dword cousins, which this
+// chip does not support.
+#include "console/builtin_commands.h"
+
+#include "chip/device_database.h"
+#include "console/hw_access.h"
+
+#include <cstdio>
+
+namespace {
+
+constexpr int REGISTER_BASE = 16;
+
+// The word and dword commands answer with their message and the usage line.
+int not_supported(const char *handler) {
+    std::printf("%s not supported\n", handler);
+    return 0;
+}
+
+} // namespace
+
+int help_cmd(std::uint16_t *, char **, std::uint16_t, int) {
+    for (const char *row : cli_usage_table) {
+        if (row[0] == '\0')
+            break;
+        std::printf("%s", row);
+    }
+    std::putchar('\n');
+    return 1;
+}
+
+int exit_cmd(std::uint16_t *, char **, std::uint16_t, int) {
+    free_database();
+    return 1;
+}
+
+int hwreadb_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
+    cli_echo_tokens(*argc, argv, false);
+    if (*argc < 1) {
+        cli_usage(usage_index);
+        return 1;
+    }
+    // The number is shown as given; only its low 8 bits reach the chip.
+    const unsigned long reg = cli_number(argv[0], REGISTER_BASE);
+    const std::uint8_t value = hw_read_byte(fd, static_cast<unsigned int>(reg));
+    std::printf("reg.%02lX : %02x \n", reg, value);
+    return cli_handler_done(*argc, argv);
+}
+
+int hwwriteb_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
+    cli_echo_tokens(*argc, argv, false);
+    if (*argc < 2) {
+        cli_usage(usage_index);
+        return 1;
+    }
+    const unsigned long reg = cli_number(argv[0], REGISTER_BASE);
+    const unsigned long value = cli_number(argv[1], REGISTER_BASE);
+    hw_write_byte(fd, static_cast<unsigned int>(reg), static_cast<unsigned int>(value & 0xFF));
+    return cli_handler_done(*argc, argv);
+}
+
+int hwreadw_cmd(std::uint16_t *, char **, std::uint16_t, int) {
+    return not_supported("hwreadw_cmd");
+}
+
+int hwreadl_cmd(std::uint16_t *, char **, std::uint16_t, int) {
+    return not_supported("hwreadl_cmd");
+}
+
+int hwwritew_cmd(std::uint16_t *, char **, std::uint16_t, int) {
+    return not_supported("hwwritew_cmd");
+}
+
+int hwwritel_cmd(std::uint16_t *, char **, std::uint16_t, int) {
+    return not_supported("hwwritel_cmd");
+}

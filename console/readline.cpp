@@ -1,0 +1,168 @@
+// The console's line editor: its own echo, a few editing keys, tab stops, and
+// the recall of the previous line on an empty one. The terminal's mode is left
+// as whoever opened the terminal set it.
+#include "console/readline.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <unistd.h>
+
+namespace {
+
+constexpr int MAX_LINE_CHARS = 254; // the 255th character rings the bell
+constexpr int TAB_WIDTH = 8;
+constexpr int TAB_MASK = TAB_WIDTH - 1;
+
+constexpr char KEY_NUL = 0x00;
+constexpr char KEY_CTRL_C = 0x03;
+constexpr char KEY_BACKSPACE = 0x08;
+constexpr char KEY_TAB = 0x09;
+constexpr char KEY_LF = 0x0A;
+constexpr char KEY_CR = 0x0D;
+constexpr char KEY_CTRL_U = 0x15;
+constexpr char KEY_CTRL_W = 0x17;
+constexpr char KEY_DELETE = 0x7F;
+constexpr char BELL = 0x07;
+
+constexpr const char *ERASE = "\b \b";
+constexpr const char *LINE_END = "\r\n";
+constexpr const char TAB_BLANKS[TAB_WIDTH + 1] = "        ";
+
+// Writes the blanks from the column up to the next tab stop; the new column.
+int write_tab(int column) {
+    std::fputs(&TAB_BLANKS[column & TAB_MASK], stdout);
+    return (column & ~TAB_MASK) + TAB_WIDTH;
+}
+
+// Writes an erase sequence per column until the prompt's end.
+void erase_to_prompt(int *column, int prompt_length) {
+    while (*column > prompt_length) {
+        std::fputs(ERASE, stdout);
+        --*column;
+    }
+}
+
+// One byte of standard input, or -1 at its end or on a read error.
+int read_key() {
+    for (;;) {
+        unsigned char key = 0;
+        const ssize_t got = read(STDIN_FILENO, &key, 1);
+        if (got == 1)
+            return key;
+        if (got < 0 && errno == EINTR)
+            continue;
+        return -1;
+    }
+}
+
+} // namespace
+
+char *delete_char(char *buffer, char *position, int *column, int *count, int prompt_length) {
+    char *removed = position - 1;
+    if (*removed != KEY_TAB) {
+        std::fputs(ERASE, stdout);
+        --*column;
+    } else {
+        // How wide the tab was on screen depends on everything before it, so
+        // the line is erased and retyped up to the tab.
+        erase_to_prompt(column, prompt_length);
+        for (const char *p = buffer; p < removed; ++p) {
+            if (*p == KEY_TAB) {
+                *column = write_tab(*column);
+            } else {
+                std::putchar(static_cast<unsigned char>(*p));
+                ++*column;
+            }
+        }
+    }
+    --*count;
+    return removed;
+}
+
+int readline(char *buffer, const char *prompt) {
+    char saved[LINE_BUFFER_SIZE];
+    std::memcpy(saved, buffer, sizeof saved);
+
+    int prompt_length = 0;
+    if (prompt != nullptr) {
+        std::fputs(prompt, stdout);
+        prompt_length = static_cast<int>(std::strlen(prompt));
+    }
+    std::fflush(stdout);
+
+    char *position = buffer;
+    int count = 0;
+    int column = prompt_length;
+
+    for (;;) {
+        const int key = read_key();
+        if (key < 0) {
+            // End of input (or a read error): no further key can come, so the
+            // console ends as on Ctrl-C rather than waiting or ringing the
+            // bell for ever on a line that cannot be finished.
+            buffer[0] = '\0';
+            return -1;
+        }
+        const char c = static_cast<char>(key);
+
+        switch (c) {
+        case KEY_NUL:
+            break;
+        case KEY_CTRL_C:
+            buffer[0] = '\0';
+            return -1;
+        case KEY_BACKSPACE:
+        case KEY_DELETE:
+            if (count > 0)
+                position = delete_char(buffer, position, &column, &count, prompt_length);
+            break;
+        case KEY_LF:
+        case KEY_CR: {
+            *position = '\0';
+            if (position == buffer) {
+                // An empty line brings back the buffer as it was at the call.
+                std::memcpy(buffer, saved, sizeof saved);
+                const std::size_t length = strnlen(buffer, LINE_BUFFER_SIZE - 1);
+                buffer[length] = '\0';
+                std::fwrite(buffer, 1, length, stdout);
+                position = buffer + length;
+            }
+            std::fputs(LINE_END, stdout);
+            std::fflush(stdout);
+            return static_cast<int>(position - buffer);
+        }
+        case KEY_CTRL_U:
+            erase_to_prompt(&column, prompt_length);
+            count = 0;
+            position = buffer;
+            break;
+        case KEY_CTRL_W:
+            std::printf("%s: case 0x17\n", "readline");
+            // At least one character goes; the first blank met going back
+            // goes too and ends the word. delete_char leaves the removed
+            // character at the new position.
+            while (count > 0) {
+                position = delete_char(buffer, position, &column, &count, prompt_length);
+                if (*position == ' ')
+                    break;
+            }
+            break;
+        default:
+            if (count >= MAX_LINE_CHARS) {
+                std::putchar(BELL);
+                break;
+            }
+            if (c == KEY_TAB) {
+                column = write_tab(column);
+            } else {
+                std::putchar(key);
+                ++column;
+            }
+            *position++ = c;
+            ++count;
+            break;
+        }
+        std::fflush(stdout);
+    }
+}

@@ -1,0 +1,214 @@
+"""The console's start (its own SPI set-up, the self-test, the device id), its
+ways out, the parser's answers and the built-in commands help, exit, rrb, rwb
+and the unsupported word/dword commands."""
+import pytest
+
+from console_util import (CONSOLE_END, CONSOLE_PREAMBLE, CONSOLE_START_XFERS,
+                          command_xfers, console_session)
+
+OPEN_LINE = "going to open input file /dev/spidev0.0\n"
+READ_OK = "Switch SPI read selftest OK.\n"
+WRITE_OK = "Switch SPI write/read selftest OK.\n"
+VALID = "valid device ID!\n"
+SEND_ERR = "can't send spi message: Input/output error\n"
+WRITE_ERR = "can't write spi message"
+
+
+def usage(row):
+    return f"Usage: {row}\n"
+
+
+RRB_USAGE = usage("rrb        <RegNum>                -- register read in byte\n")
+RWB_USAGE = usage("rwb        <RegNum> <RegData>      -- register write in byte.\n")
+RRW_USAGE = usage("rrw        <RegNum>                -- register read in word\n")
+UNKNOWN = "unknown CLI command \n"
+
+
+def tokens(*toks):
+    return "".join(f"The token {i + 1} is argv[{i}]={t} \n" for i, t in enumerate(toks))
+
+
+def selftest_xfers(held):
+    seq = [("R", 0, 0x95)] * 255 + [("R", 104, held)]
+    for v in range(255):
+        seq += [("W", 104, v), ("R", 104, v)]
+    return seq + [("W", 104, held)]
+
+
+def spidev_events(bench, kind):
+    return [e for e in bench.events() if e.kind == kind and "spidev" in e.args[0]]
+
+
+def test_start_runs_the_selftest_and_restores_register_104(bench):
+    bench.poke(104, 0x5A)
+    bench.clear_events()
+    res = bench.run(["-C"], stdin="exit\n")
+    assert (res.rc, res.out, res.err) == (0, CONSOLE_PREAMBLE + "=>exit\r\n" + CONSOLE_END, VALID)
+    assert bench.xfers() == selftest_xfers(0x5A) + [("R", 0, 0x95)]
+    assert len(selftest_xfers(0)) == CONSOLE_START_XFERS - 1 == 767
+    assert bench.peek(104) == 0x5A
+    # The console's own set-up follows the tool's, on a descriptor of its own.
+    ioctls = [(e.args[0], e.args[1]) for e in bench.events() if e.kind == "ioctl"]
+    assert ioctls[-4:] == [("WR_MODE", "3"), ("WR_LSB_FIRST", "0"), ("WR_BITS_PER_WORD", "8"),
+                           ("WR_MAX_SPEED_HZ", "4000000")]
+    assert len(spidev_events(bench, "open")) == 2 == len(spidev_events(bench, "close"))
+
+
+def test_console_ignores_the_tools_device(bench):
+    res = bench.run(["-D", "/dev/spidev9.9", "-C"], stdin="exit\n")
+    assert res.out == CONSOLE_PREAMBLE + "=>exit\r\n" + CONSOLE_END
+    assert res.err.endswith(VALID)
+    # The tool's device is missing, so its speed set-up failed.
+    assert res.rc == 255
+    assert [e.args[0] for e in spidev_events(bench, "open")] == ["/dev/spidev9.9",
+                                                                 "/dev/spidev0.0"]
+
+
+@pytest.mark.parametrize("args", [["-C"], ["-M"], ["-y"]])
+def test_ksz8893_board_is_refused_in_read_pass_0(bench_nor, args):
+    res = bench_nor.run(args, stdin="help\n")
+    assert res.out == (OPEN_LINE + "selftest_device_spi (0): read data value 88 is not equal"
+                       " to switch ID 95\n" + CONSOLE_END)
+    assert (res.err, res.rc) == ("SPI interface selftest fail!\n", 0)
+    assert bench_nor.xfers() == [("R", 0, 0x88)]
+
+
+EBADF = "Bad file descriptor"
+EINVAL = "Invalid argument"
+
+
+@pytest.mark.parametrize("fault,console_out,err,rc", [
+    ("open", "ERROR: Fail to open input file /dev/spidev0.0\n",
+     "can't open device: No such file or directory\n" f"can't set spi mode: {EBADF}\n"
+     f"can't set bits per word: {EBADF}\n" f"can't set max speed hz: {EBADF}\n", 255),
+    ("wr-mode", "ERROR: set SPI mode 0x03\n", f"can't set spi mode: {EINVAL}\n", 0),
+    ("wr-lsb", "ERROR: Fail to set SPI heading lsb 0x00\n", "", 0),
+    ("wr-bits", "ERROR: Fail to set SPI bits_per_word 8\n",
+     f"can't set bits per word: {EINVAL}\n", 0),
+    ("wr-speed", "ERROR: Fail to set SPI max_speed_hz 4000000\n",
+     f"can't set max speed hz: {EINVAL}\n" "init Switch SPI fail!\n", 255),
+])
+def test_spi_set_up_failures_end_the_console(bench, fault, console_out, err, rc):
+    bench.fault(fault)
+    bench.clear_events()
+    res = bench.run(["-C"], stdin="exit\n")
+    assert res.out == OPEN_LINE + console_out + CONSOLE_END
+    assert (res.err, res.rc) == (err, rc)
+    assert bench.xfers() == []
+    # Whatever was opened is closed again.
+    opened = [e for e in spidev_events(bench, "open") if e.args[1] == "ok=1"]
+    assert len(opened) == len(spidev_events(bench, "close"))
+
+
+# Transfers are counted from 0 at the console's start; the fault hits the
+# given transfer and every later one.
+@pytest.mark.parametrize("first_bad,out,err,reg104", [
+    (0, "selftest_device_spi (0): read data value ff is not equal to switch ID 95\n",
+     SEND_ERR + "SPI interface selftest fail!\n", 0x33),
+    (100, "selftest_device_spi (100): read data value ff is not equal to switch ID 95\n",
+     SEND_ERR + "SPI interface selftest fail!\n", 0x33),
+    # The held value cannot be read and the first write fails.
+    (255, READ_OK + "selftest_device_spi: read data value ff is not equal to write data 0\n",
+     SEND_ERR + WRITE_ERR + SEND_ERR + "SPI interface selftest fail!\n", 0x33),
+    # Register 104 keeps the value of the failed pass.
+    (256 + 2 * 0x2A + 1,
+     READ_OK + "selftest_device_spi: read data value ff is not equal to write data 2a\n",
+     SEND_ERR + "SPI interface selftest fail!\n", 0x2A),
+    # The value is not written back, and the id check reads nothing.
+    (766, READ_OK + WRITE_OK + "incrorrect device ID (ff).\n",
+     WRITE_ERR + SEND_ERR + "Invalid device ID!\n", 254),
+    (767, READ_OK + WRITE_OK + "incrorrect device ID (ff).\n",
+     SEND_ERR + "Invalid device ID!\n", 0x33),
+])
+def test_transfer_faults_during_the_start(bench, first_bad, out, err, reg104):
+    bench.poke(104, 0x33)
+    bench.fault("xfer-from", first_bad + 1)
+    res = bench.run(["-C"], stdin="exit\n")
+    assert res.out == OPEN_LINE + out + CONSOLE_END
+    assert (res.err, res.rc) == (err, 0)
+    assert len(bench.xfers()) == first_bad
+    bench.clear_faults()
+    assert bench.peek(104) == reg104
+
+
+# What follows the way out is never read; the end of input ends the console
+# as Ctrl-C does.
+@pytest.mark.parametrize("stdin,shown", [
+    ("exit\nrwb 10 6\n", "=>exit\r\n"),
+    ("exit now\nrwb 10 6\n", "=>exit now\r\n"),
+    ("\x03rwb 10 6\n", "=>"),
+    ("rwb 10 5\x03rwb 10 6\n", "=>rwb 10 5"),
+    ("", "=>"),
+    ("rwb 10 5", "=>rwb 10 5"),
+])
+def test_ways_out_of_the_prompt(bench, stdin, shown):
+    bench.poke(0x10, 0x77)
+    res = bench.run(["-C"], stdin=stdin)
+    assert (res.rc, res.out, res.err) == (0, CONSOLE_PREAMBLE + shown + CONSOLE_END, VALID)
+    # Nothing of the cancelled line runs.
+    assert command_xfers(bench) == []
+    assert bench.peek(0x10) == 0x77
+    assert len(spidev_events(bench, "open")) == 2 == len(spidev_events(bench, "close"))
+
+
+@pytest.mark.parametrize("option,command", [("-M", "showmib"), ("-y", "macdyn")])
+def test_single_commands_run_once_without_prompt(bench, option, command):
+    typed = console_session(bench, command).outputs[0]
+    res = bench.run([option], stdin="rwb 10 5\n")
+    assert res.out == CONSOLE_PREAMBLE + typed + CONSOLE_END
+    assert (res.err, res.rc) == (VALID, 0)
+
+
+def test_parser_answers_and_register_commands(bench):
+    bench.poke(0x10, 0x5A)
+    bench.poke(0xFF, 0x77)
+    bench.clear_events()
+    lines = [
+        ("", "", ""),  # nothing to recall yet: no command runs
+        ("rrb 10", "rrb 10", tokens("10") + "reg.10 : 5a \n"),
+        ("", "rrb ", RRB_USAGE),  # the handler cut the line at its token
+        ("rrb 1FF", "rrb 1FF", tokens("1FF") + "reg.1FF : 77 \n"),
+        ("rrb zz", "rrb zz", tokens("zz") + "reg.00 : 95 \n"),
+        ("rrb 10 20", "rrb 10 20", tokens("10 20") + "reg.10 : 5a \n"),
+        ("  rrb\t0x10", "  rrb 0x10", tokens("0x10") + "reg.10 : 5a \n"),
+        ("rwb 10", "rwb 10", tokens("10") + RWB_USAGE),
+        ("", "rwb 10", tokens("10") + RWB_USAGE),  # usage leaves the line whole
+        ("rwb 11 1a5", "rwb 11 1a5", tokens("11", "1a5")),
+        ("rwb 12,34", "rwb 12,34", tokens("12", "34")),
+        ("rwb 13 4,5 6", "rwb 13 4,5 6", tokens("13", "4,5 6")),
+        ("HELP", "HELP", UNKNOWN),
+        ("rrb,10", "rrb,10", UNKNOWN),
+        ("   ", "   ", UNKNOWN),
+        ("rrw 10", "rrw 10", "hwreadw_cmd not supported\n" + RRW_USAGE),
+        ("", "rrw 10", "hwreadw_cmd not supported\n" + RRW_USAGE),
+        ("rrl", "rrl", "hwreadl_cmd not supported\n"
+         + usage("rrl        <RegNum>                -- register read in dword\n")),
+        ("rww 1 2", "rww 1 2", "hwwritew_cmd not supported\n"
+         + usage("rww        <RegNum> <RegData>      -- register write in word.\n")),
+        ("exit now", "exit now", None),
+    ]
+    res = console_session(bench, *[line for line, _, _ in lines], exit_line=False)
+    body = res.out[len(CONSOLE_PREAMBLE):-len(CONSOLE_END)]
+    echoes = [chunk.partition("\r\n")[0] for chunk in body.split("=>")[1:]]
+    assert echoes == [echo for _, echo, _ in lines]
+    assert res.outputs[:-1] == [out for _, _, out in lines[:-1]]
+    assert res.outputs[-1] == ""
+    assert command_xfers(bench) == [("R", 0x10, 0x5A), ("R", 0xFF, 0x77), ("R", 0, 0x95),
+                                    ("R", 0x10, 0x5A), ("R", 0x10, 0x5A), ("W", 0x11, 0xA5),
+                                    ("W", 0x12, 0x34), ("W", 0x13, 4)]
+    assert [bench.peek(r) for r in (0x11, 0x12, 0x13)] == [0xA5, 0x34, 4]
+
+
+def test_help_prints_the_usage_table(bench):
+    res = console_session(bench, "help", "help now", "")
+    text = res.outputs[0]
+    assert res.outputs == [text] * 3 + [""]
+    lines = text.split("\n")
+    assert len(lines) == 17 + 1 + 47 + 2
+    assert lines[0] == "RegNum     = { 0 ..     ff }   -- Register number."
+    assert lines[15] == ("Rate-mode  = { 0 ..      3 }   -- 0 - all frames, 1 - broadcast\\"
+                         "multicast\\flooded unicast, 2 - broadcast\\multicast, 3 - broadcast.")
+    assert lines[17:19] == ["", "help                               -- Display help message."]
+    assert lines[-3:] == ["rateinfo                           -- show all the port's rate limit"
+                          " configuration.", "", ""]
+    assert command_xfers(bench) == []
