@@ -1,0 +1,179 @@
+// Per-port MIB counters. The chip's counters clear on read, so the console
+// keeps running sums in gDrvCtrl->port_mib until clearmib.
+#include "chip/mib_counters.h"
+
+#include "chip/port_columns.h"
+#include "chip/table_access.h"
+#include "console/hw_access.h"
+
+#include <cstdio>
+
+namespace {
+
+constexpr unsigned MIB_COUNTERS = 32;
+constexpr unsigned MIB_READY_POLLS = 100;
+
+// Counter read: 117 holds overflow, ready and value bits 29-24; 118 to 120
+// the rest. A dropped-packet count is 16 bits in 119 (high) and 120 (low).
+constexpr unsigned REG_MIB_STATUS = 117;
+constexpr unsigned REG_MIB_BYTE2 = 118;
+constexpr unsigned REG_MIB_BYTE1 = 119;
+constexpr unsigned REG_MIB_BYTE0 = 120;
+constexpr std::uint8_t MIB_OVERFLOW = 0x80;
+constexpr std::uint8_t MIB_READY = 0x40;
+constexpr std::uint32_t MIB_VALUE_MASK = 0x3FFFFFFF;
+constexpr std::uint32_t MIB_OVERFLOW_STEP = 0x40000000;
+
+// Table addresses of the two dropped-packet counts of a port: [0] transmit,
+// [1] receive.
+constexpr unsigned MIB_DROPPED_BASE[2] = {0x100, 0x105};
+
+constexpr const char *mib_labels[MIB_COUNTERS] = {
+    "RxLoPriorityByte     : ", "RxHiPriorityByte     : ", "RxUndersizePkt       : ",
+    "RxFragments          : ", "RxOversize           : ", "RxJabbers            : ",
+    "RxSymbolError        : ", "RxCRCError           : ", "RxAlignmentError     : ",
+    "RxCtrl8808Pkts       : ", "RxPausePkts          : ", "RxBroadcastPkts      : ",
+    "RxMulticastPkts      : ", "RxUnicastPkts        : ", "Rx64Octets           : ",
+    "Rx65to127Octets      : ", "Rx128to255Octets     : ", "Rx256to511Octets     : ",
+    "Rx512to1023Octets    : ", "Rx1024to1522Octets   : ", "TxLoPriorityByte     : ",
+    "TxHiPriorityByte     : ", "TxLateCollision      : ", "TxPausePkts          : ",
+    "TxBroadcastPkts      : ", "TxMulticastPkts      : ", "TxUnicastPkts        : ",
+    "TxDeferred           : ", "TxTotalCollision     : ", "TxExcessiveCollision : ",
+    "TxSingleCollision    : ", "TxMultiCollision     : ",
+};
+constexpr const char *TX_DROPPED_LABEL = "TxDroppedPackets     : ";
+constexpr const char *RX_DROPPED_LABEL = "RxDroppedPackets     : ";
+
+// TxLateCollision is shown after TxUnicastPkts, not in its chip position.
+constexpr std::uint8_t mib_display_order[MIB_COUNTERS] = {
+    0,  1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11, 12, 13, 14, 15,
+    16, 17, 18, 19, 20, 21, 23, 24, 25, 26, 22, 27, 28, 29, 30, 31,
+};
+
+void read_counter(int fd, unsigned address, std::uint32_t &word) {
+    table_read_start(fd, TABLE_MIB, address);
+    std::uint8_t status = 0;
+    bool ready = false;
+    for (unsigned poll = 0; poll < MIB_READY_POLLS && !ready; ++poll) {
+        status = hw_read_byte(fd, REG_MIB_STATUS);
+        ready = (status & MIB_READY) != 0;
+    }
+    if (!ready) {
+        std::printf("%s: This MIB count (0x%x) is not ready for read\n", "HardwareReadMIBCounter",
+                    address);
+        return;
+    }
+    const std::uint32_t byte2 = hw_read_byte(fd, REG_MIB_BYTE2);
+    const std::uint32_t byte1 = hw_read_byte(fd, REG_MIB_BYTE1);
+    const std::uint32_t byte0 = hw_read_byte(fd, REG_MIB_BYTE0);
+    const std::uint32_t raw =
+        (static_cast<std::uint32_t>(status) << 24) | (byte2 << 16) | (byte1 << 8) | byte0;
+    if (status & MIB_OVERFLOW)
+        word += MIB_OVERFLOW_STEP;
+    word += raw & MIB_VALUE_MASK;
+}
+
+// The chip's dropped-packet counts run free over 16 bits and do not clear on
+// read: the sum grows by the forward distance from the last raw value.
+void read_dropped(int fd, MibBlock &block, unsigned port_index, unsigned k) {
+    const unsigned address = MIB_DROPPED_BASE[k] + port_index;
+    table_read_start(fd, TABLE_MIB, address);
+    const std::uint32_t high = hw_read_byte(fd, REG_MIB_BYTE1);
+    const std::uint32_t low = hw_read_byte(fd, REG_MIB_BYTE0);
+    const std::uint32_t value = (high << 8) | low;
+    const std::uint32_t last = block.dropped_raw[k];
+    if (value == last)
+        return;
+    block.dropped_raw[k] = value;
+    block.dropped[k] = block.dropped[k] - last + value + (value < last ? 0x10000u : 0u);
+}
+
+// One display row: the label, then one 12-character column per port index
+// from first to end - 1. The words are shown as signed 32-bit numbers.
+void print_words(const char *label, unsigned first, unsigned end, unsigned word, bool dropped) {
+    std::fputs(label, stdout);
+    for (unsigned index = first; index < end; ++index) {
+        const MibBlock &block = gDrvCtrl->port_mib[index];
+        const std::uint32_t value = dropped ? block.dropped[word] : block.counter[word];
+        std::printf("%8ld    ", static_cast<long>(static_cast<std::int32_t>(value)));
+    }
+    std::putchar('\n');
+}
+
+} // namespace
+
+void HardwareReadMIBCounter(int fd, DrvCtrl *record, unsigned port_index) {
+    // port_mib has one block per chip port; nothing else may be indexed.
+    if (record == nullptr || port_index >= SWITCH_PORTS)
+        return;
+    MibBlock &block = record->port_mib[port_index];
+    for (unsigned i = 0; i < MIB_COUNTERS; ++i)
+        read_counter(fd, port_index * MIB_COUNTERS + i, block.counter[i]);
+    read_dropped(fd, block, port_index, 0);
+    read_dropped(fd, block, port_index, 1);
+}
+
+void SwitchShowMIBCounter(int fd, std::int32_t port) {
+    if (gDrvCtrl == nullptr)
+        return;
+    // The number typed is one more than the port index; computed unsigned so
+    // that the largest index cannot overflow.
+    const auto typed = static_cast<std::int32_t>(static_cast<std::uint32_t>(port) + 1u);
+    unsigned first = 1;
+    unsigned end = SWITCH_PORTS;
+    if (port == MIB_ALL_PORTS) {
+        char header[4 * (11 + 1) + 1];
+        format_port_header(header, 11);
+        std::printf("\n                 Port:        %s\n", header);
+    } else if (port > 3 || port < -1) {
+        // Index -1 is the argument 0, shown as an empty display. Any other
+        // negative index comes from a number beyond the signed 32-bit range;
+        // its low byte would select a block past port_mib, so it is refused
+        // like any other port number that is too large.
+        std::printf("error: incorrect Switch port (%d) to set! \n", typed);
+        return;
+    } else {
+        // For index -1 first is 0xFF and end is 0: no port is read and the
+        // rows carry their labels only.
+        first = static_cast<std::uint8_t>(port);
+        end = static_cast<std::uint8_t>(typed);
+        std::printf("\n                 Port:        %d\n", typed);
+    }
+    std::putchar('\n');
+    for (unsigned index = 0; index < end; ++index)
+        HardwareReadMIBCounter(fd, gDrvCtrl, index);
+    for (const std::uint8_t word : mib_display_order)
+        print_words(mib_labels[word], first, end, word, false);
+    std::putchar('\n');
+    print_words(RX_DROPPED_LABEL, first, end, 1, true);
+    print_words(TX_DROPPED_LABEL, first, end, 0, true);
+}
+
+void SwitchClearMIBCounter(int fd) {
+    if (gDrvCtrl == nullptr)
+        return;
+    // Reading first empties the chip's clear-on-read counters, so that the
+    // next display starts from what arrives after this command.
+    for (unsigned index = 0; index < SWITCH_PORTS; ++index)
+        HardwareReadMIBCounter(fd, gDrvCtrl, index);
+    // The dropped-packet sums and their last raw values stay: those chip
+    // counts are not cleared by a read.
+    for (MibBlock &block : gDrvCtrl->port_mib)
+        for (std::uint32_t &word : block.counter)
+            word = 0;
+}
+
+int showmib_cmd(std::uint16_t *argc, char **argv, std::uint16_t, int fd) {
+    cli_echo_tokens(*argc, argv, true);
+    std::int32_t port = MIB_ALL_PORTS;
+    if (*argc >= 1)
+        port = static_cast<std::int32_t>(cli_number(argv[0], 10) - 1);
+    SwitchShowMIBCounter(fd, port);
+    return cli_handler_done(*argc, argv);
+}
+
+int clearmib_cmd(std::uint16_t *argc, char **argv, std::uint16_t, int fd) {
+    cli_echo_tokens(*argc, argv, true);
+    SwitchClearMIBCounter(fd);
+    return cli_handler_done(*argc, argv);
+}

@@ -1,0 +1,250 @@
+// The chip's 4096-row VLAN table. Four rows share one table address, so a row
+// write reads the address, patches that row's 13 bits and writes all back.
+#include "chip/vlan_table.h"
+
+#include "chip/port_columns.h"
+#include "chip/table_access.h"
+#include "console/hw_access.h"
+
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+constexpr std::int32_t VLAN_SHOW_DEFAULT_COUNT = 16;
+constexpr std::int32_t VLAN_VID_MAX = 4095;
+
+unsigned vlan_address(unsigned vid) {
+    return vid >> 2;
+}
+unsigned vlan_position(unsigned vid) {
+    return vid & 3u;
+}
+
+// The data registers holding the row at a position, from the low end up.
+struct RowRegisters {
+    unsigned lowest;
+    unsigned count;
+};
+constexpr RowRegisters row_registers[4] = {{120, 2}, {119, 3}, {117, 2}, {116, 3}};
+
+void show_error_range() {
+    std::printf("error: invalid entry number or count to display VLAN table! \n");
+}
+
+void read_row(int fd, unsigned vid, VlanRow &row) {
+    HardwareReadVlan(fd, static_cast<std::uint16_t>(vid), &row.vid, &row.fid, &row.ports,
+                     &row.valid);
+}
+
+// The port bit of a port index; an index that names no port adds none.
+std::uint16_t port_bit(std::uint32_t port_index) {
+    return static_cast<std::uint16_t>(port_index < SWITCH_PORTS ? 1u << port_index : 0u);
+}
+
+} // namespace
+
+std::uint32_t HardwareReadVlan(int fd, std::uint16_t vid, std::uint16_t *out_vid, std::uint8_t *fid,
+                               std::uint16_t *ports, std::uint32_t *valid) {
+    if (vid >= VLAN_ROWS)
+        return 0;
+    const unsigned position = vlan_position(vid);
+    table_read_start(fd, TABLE_VLAN, vlan_address(vid));
+    std::uint64_t word = 0;
+    const RowRegisters regs = row_registers[position];
+    for (unsigned i = 0; i < regs.count; ++i) {
+        const unsigned reg = regs.lowest - i;
+        word |= static_cast<std::uint64_t>(hw_read_byte(fd, reg)) << vlan_register_shift(reg);
+    }
+    const std::uint16_t row = vlan_word_row(word, position);
+    *out_vid = vid;
+    *fid = static_cast<std::uint8_t>(row & 0x7Fu);
+    *ports = static_cast<std::uint16_t>((row >> 7) & 0x1Fu);
+    *valid = (row >> 12) & 1u;
+    return *valid;
+}
+
+void HardwareWriteVlan(int fd, std::uint16_t vid, std::uint8_t fid, std::uint16_t ports,
+                       std::uint32_t valid) {
+    if (vid >= VLAN_ROWS)
+        return;
+    const unsigned address = vlan_address(vid);
+    table_read_start(fd, TABLE_VLAN, address);
+    std::uint64_t word = 0;
+    for (unsigned reg = VLAN_REG_HIGH; reg <= VLAN_REG_LOW; ++reg)
+        word |= static_cast<std::uint64_t>(hw_read_byte(fd, reg)) << vlan_register_shift(reg);
+    word = vlan_word_put_row(word, vlan_position(vid), vlan_row_pack(fid, ports, valid != 0));
+    for (unsigned reg = VLAN_REG_HIGH; reg <= VLAN_REG_LOW; ++reg)
+        hw_write_byte(fd, reg, static_cast<unsigned>((word >> vlan_register_shift(reg)) & 0xFF));
+    table_write_commit(fd, TABLE_VLAN, address);
+}
+
+void SwitchShowVlanTable(int fd, std::int32_t first, std::int32_t count) {
+    // Summed wide, so that no count can wrap the end of the range round.
+    std::int64_t shown = count;
+    if (static_cast<std::int64_t>(first) + shown > VLAN_ROWS) {
+        shown = VLAN_ROWS - static_cast<std::int64_t>(first);
+        if (shown < 1) {
+            show_error_range();
+            return;
+        }
+    }
+    // A number beyond the signed 32-bit range reads as a negative first index,
+    // for which the table has no row: refused like any index past the end.
+    if (first < 0) {
+        show_error_range();
+        return;
+    }
+    char header[4 * (1 + 1) + 1];
+    format_port_header(header, 1);
+    std::printf("Entry  Status    VID    FID  Port(%s)  \n", header);
+    const std::int64_t end = first + shown;
+    for (std::int64_t index = first; index < end; ++index) {
+        VlanRow row{};
+        read_row(fd, static_cast<unsigned>(index), row);
+        char port_map[9];
+        format_port_map(static_cast<std::uint32_t>(row.ports >> 1), port_map);
+        std::printf("%4d   ", static_cast<int>(index));
+        std::printf("%s ", row.valid ? "    V   " : "        ");
+        std::printf("%4d ", row.vid);
+        std::printf("  %4d  ", row.fid);
+        std::printf("     %s\n", port_map);
+    }
+}
+
+void SwitchCreateVlan(int fd, std::int32_t vid, std::uint8_t fid) {
+    if (vid < 1 || vid > VLAN_VID_MAX) {
+        std::printf("error: incorrect vid (%d) to create in the VLAN table! \n", vid);
+        return;
+    }
+    if (fid & 0x80) {
+        std::printf("error: incorrect fid (%d) to create in the VLAN table! \n", fid);
+        return;
+    }
+    VlanRow row{};
+    read_row(fd, static_cast<unsigned>(vid), row);
+    if (row.valid) {
+        std::printf("this VLAN entry (%d) is already exist! \n", vid);
+        return;
+    }
+    // A new VLAN starts without ports; vlanaddport adds them.
+    HardwareWriteVlan(fd, static_cast<std::uint16_t>(vid), fid, 0, 1);
+}
+
+void SwitchDelVlan(int fd, std::uint32_t vid, std::uint8_t fid, std::uint32_t ignore_fid,
+                   std::uint32_t all) {
+    if (gDrvCtrl == nullptr)
+        return;
+    if (all == 1) {
+        // One row at a time: the cost is one read-patch-write per VID.
+        for (unsigned v = 0; v < VLAN_ROWS; ++v)
+            HardwareWriteVlan(fd, static_cast<std::uint16_t>(v), 0, 0, 0);
+        return;
+    }
+    bool found = false;
+    if (vid < VLAN_ROWS) {
+        VlanRow &row = gDrvCtrl->vlan_table[vid];
+        read_row(fd, vid, row);
+        found = row.vid == vid && (ignore_fid == 1 || row.fid == fid);
+    }
+    if (found)
+        HardwareWriteVlan(fd, static_cast<std::uint16_t>(vid), 0, 0, 0);
+    else
+        std::printf("error: can't find this vid(%d) and fid(%d) entry to remove! \n",
+                    static_cast<int>(vid), fid);
+}
+
+void SwitchUpdateVlanPort(int fd, std::uint32_t vid, std::uint8_t fid, std::uint32_t port_index,
+                          std::uint32_t add) {
+    if (gDrvCtrl == nullptr)
+        return;
+    VlanRow *row = nullptr;
+    if (vid < VLAN_ROWS) {
+        row = &gDrvCtrl->vlan_table[vid];
+        read_row(fd, vid, *row);
+    }
+    if (row == nullptr || row->vid != vid || row->fid != fid || row->valid != 1) {
+        std::printf(
+            "error: can't find this vid(%d) and fid(%d) entry to update forwarding port! \n",
+            static_cast<int>(vid), fid);
+        return;
+    }
+    const std::uint16_t bit = port_bit(port_index);
+    row->ports = static_cast<std::uint16_t>(add == 1 ? (row->ports | bit) : (row->ports & ~bit));
+    HardwareWriteVlan(fd, static_cast<std::uint16_t>(vid), fid, row->ports, 1);
+}
+
+int vlan_cmd(std::uint16_t *argc, char **argv, std::uint16_t, int fd) {
+    cli_echo_tokens(*argc, argv, true);
+    std::int32_t first = 0;
+    std::int32_t count = VLAN_SHOW_DEFAULT_COUNT;
+    if (*argc >= 1)
+        first = static_cast<std::int32_t>(cli_number(argv[0], 10));
+    if (*argc >= 2)
+        count = static_cast<std::int32_t>(cli_number(argv[1], 10));
+    SwitchShowVlanTable(fd, first, count);
+    return cli_handler_done(*argc, argv);
+}
+
+int vlancreate_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
+    cli_echo_tokens(*argc, argv, true);
+    if (*argc < 1) {
+        cli_usage(usage_index);
+        return 1;
+    }
+    const auto vid = static_cast<std::int32_t>(cli_number(argv[0], 10));
+    std::uint8_t fid = 0;
+    if (*argc >= 2)
+        fid = static_cast<std::uint8_t>(cli_number(argv[1], 10));
+    SwitchCreateVlan(fd, vid, fid);
+    return cli_handler_done(*argc, argv);
+}
+
+int vlandel_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
+    cli_echo_tokens(*argc, argv, true);
+    if (*argc < 1) {
+        cli_usage(usage_index);
+        return 1;
+    }
+    if (std::strcmp(argv[0], "all") == 0) {
+        SwitchDelVlan(fd, 1, 0, 1, 1);
+    } else {
+        const auto vid = static_cast<std::uint32_t>(cli_number(argv[0], 10));
+        std::uint8_t fid = 0;
+        std::uint32_t ignore_fid = 1;
+        if (*argc >= 2) {
+            fid = static_cast<std::uint8_t>(cli_number(argv[1], 10));
+            ignore_fid = 0;
+        }
+        SwitchDelVlan(fd, vid, fid, ignore_fid, 0);
+    }
+    return cli_handler_done(*argc, argv);
+}
+
+namespace {
+
+int update_port_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd,
+                    std::uint32_t add) {
+    cli_echo_tokens(*argc, argv, true);
+    if (*argc < 2) {
+        cli_usage(usage_index);
+        return 1;
+    }
+    const auto vid = static_cast<std::uint32_t>(cli_number(argv[0], 10));
+    const auto port_index = static_cast<std::uint32_t>(cli_number(argv[1], 10) - 1);
+    std::uint8_t fid = 0;
+    if (*argc >= 3)
+        fid = static_cast<std::uint8_t>(cli_number(argv[2], 10));
+    SwitchUpdateVlanPort(fd, vid, fid, port_index, add);
+    return cli_handler_done(*argc, argv);
+}
+
+} // namespace
+
+int vlanaddport_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
+    return update_port_cmd(argc, argv, usage_index, fd, 1);
+}
+
+int vlandelport_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
+    return update_port_cmd(argc, argv, usage_index, fd, 0);
+}

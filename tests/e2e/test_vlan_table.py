@@ -1,0 +1,138 @@
+"""The VLAN table: vlan, vlancreate, vlandel, vlanaddport and vlandelport."""
+import pytest
+
+from console_util import command_xfers, console_session
+
+HEAD = "Entry  Status    VID    FID  Port(1 2 3 4 )  \n"
+ERR_RANGE = "error: invalid entry number or count to display VLAN table! \n"
+# Register 114 to 120 values reading as all ones at table address 1 (VIDs 4 to 7).
+ALL_ONES = [f"rwb {r:x} ff" for r in range(0x72, 0x79)] + ["rwb 6e 4", "rwb 6f 1"]
+ROW_REGS = {0: [120, 119], 1: [119, 118, 117], 2: [117, 116], 3: [116, 115, 114]}
+
+
+def echo(line):
+    tokens = line.split()[1:]
+    return f"The argc is {len(tokens)}\n" + "".join(
+        f"The token {i + 1} is argv[{i}]={t} \n" for i, t in enumerate(tokens))
+
+
+def row_write(vid):
+    """The 18 transfers of one row write, read values left out."""
+    ctl, addr = (vid >> 10) & 3, (vid >> 2) & 0xFF
+    return [("W", 110, 0x14 | ctl), ("W", 111, addr)] + [("R", r) for r in range(114, 121)] + [
+        ("W", r) for r in range(114, 121)] + [("W", 110, 0x04 | ctl), ("W", 111, addr)]
+
+
+def shape(xfers, with_written=True):
+    return [x if x[0] == "W" and (with_written or x[1] < 114) else x[:2] for x in xfers]
+
+
+@pytest.mark.parametrize("vid, ports, raw", [
+    (4, [2, 4], "00000000001555"), (5, [1, 5], "00000003106000"),
+    (6, [2, 4], "00005554000000"), (7, [2, 4], "0aaa8000000000")])
+def test_rows_pack_into_the_shared_word(bench, vid, ports, raw):
+    fid = 3 if vid == 5 else 0x55
+    console_session(bench, f"vlancreate {vid} {fid}", *[f"vlanaddport {vid} {p} {fid}" for p in ports])
+    assert bench.vlan_raw(1).hex() == raw
+
+
+@pytest.mark.parametrize("vid", [4, 5, 6, 7])
+def test_row_write_leaves_the_other_bits(bench, vid):
+    console_session(bench, *ALL_ONES)
+    bench.clear_events()
+    console_session(bench, f"vlandel {vid}")
+    word = (1 << 56) - 1 & ~(0x1FFF << 13 * (vid & 3))
+    assert bench.vlan_raw(1) == word.to_bytes(7, "big")
+    ctl = [("W", 110, 0x14), ("W", 111, 1)]
+    assert shape(command_xfers(bench), False) == ctl + [("R", r) for r in ROW_REGS[vid & 3]] + \
+        shape(row_write(vid), False)
+    written = [x[2] for x in command_xfers(bench) if x[0] == "W" and x[1] >= 114]
+    assert bytes(written) == word.to_bytes(7, "big")
+
+
+@pytest.mark.parametrize("vid", [1024, 4095])
+def test_address_bits_9_and_8_go_into_the_control_byte(bench, vid):
+    console_session(bench, f"vlancreate {vid} 9")
+    ctl = [("W", 110, 0x14 | vid >> 10), ("W", 111, (vid >> 2) & 0xFF)]
+    assert shape(command_xfers(bench), False) == ctl + [("R", r) for r in ROW_REGS[vid & 3]] + \
+        shape(row_write(vid), False)
+    assert bench.vlan_get(vid) == dict(valid=1, fid=9, ports=0)
+
+
+def test_vlandel_all_writes_every_row_once(bench):
+    console_session(bench, *ALL_ONES)
+    bench.vlan_set(4095, 127, 31, 1)
+    bench.clear_events()
+    console_session(bench, "vlandel all 7")
+    assert shape(command_xfers(bench), False) == [x for v in range(4096) for x in shape(row_write(v), False)]
+    assert bench.vlan_raw(1).hex() == "f0000000000000"  # bits 55-52 belong to no row
+    assert bench.vlan_get(4095) == dict(valid=0, fid=0, ports=0)
+
+
+def show(index, valid, fid, ports):
+    return f"{index:4d}   {'    V   ' if valid else '        '} {index:4d}   {fid:4d}       {ports}\n"
+
+
+@pytest.mark.parametrize("args, rows", [
+    ("", range(0, 16)), (" 4095", [4095]), (" 4096", None), (" 10 0", []), (" 4090 100", range(4090, 4096)),
+    (" 4000 2147483647", range(4000, 4096)), (" 5 4294967295", []),
+    (" 4294967295", None), (" 4294967290 100", None), (" 2147483648 1", None)])
+def test_vlan_display(bench, args, rows):
+    bench.vlan_set(5, 3, 0x1F, 1)
+    bench.vlan_set(6, 9, 0x02, 0)
+    bench.vlan_set(4095, 127, 0x03, 1)
+    marks = {5: (1, 3, "M M M M "), 6: (0, 9, "M - - - "), 4095: (1, 127, "M - - - ")}
+    out = console_session(bench, "vlan" + args).outputs[0]
+    if rows is None:
+        assert out == echo("vlan" + args) + ERR_RANGE
+        assert command_xfers(bench) == []
+    else:
+        assert out == echo("vlan" + args) + HEAD + "".join(
+            show(i, *marks.get(i, (0, 0, "- - - - "))) for i in rows)
+
+
+NOT_FOUND = "error: can't find this vid(%d) and fid(%d) entry to "
+USAGE = {"vlancreate": "vlancreate  <vid> <fid>            -- create a new VLAN entry to the VLAN table.\n",
+         "vlanaddport": "vlanaddport <vid> <Port> <fid>     -- add one port to this vid table.\n"}
+
+
+@pytest.mark.parametrize("line, message, access", [
+    ("vlancreate 0", "error: incorrect vid (0) to create in the VLAN table! \n", False),
+    ("vlancreate 4096 1", "error: incorrect vid (4096) to create in the VLAN table! \n", False),
+    ("vlancreate 4294967295", "error: incorrect vid (-1) to create in the VLAN table! \n", False),
+    ("vlancreate 10 128", "error: incorrect fid (128) to create in the VLAN table! \n", False),
+    ("vlancreate 8 3", "this VLAN entry (8) is already exist! \n", True),
+    ("vlandel 8 3", NOT_FOUND % (8, 3) + "remove! \n", True),
+    ("vlandel 5000", NOT_FOUND % (5000, 0) + "remove! \n", False),
+    ("vlanaddport 8 2", NOT_FOUND % (8, 0) + "update forwarding port! \n", True),
+    ("vlandelport 9 2 2", NOT_FOUND % (9, 2) + "update forwarding port! \n", True),
+    ("vlanaddport 4096 2", NOT_FOUND % (4096, 0) + "update forwarding port! \n", False),
+    ("vlancreate", f"Usage: {USAGE['vlancreate']}\n", False),
+    ("vlanaddport 5", f"Usage: {USAGE['vlanaddport']}\n", False),
+])
+def test_refusals(bench, line, message, access):
+    bench.vlan_set(8, 2, 0x04, 1)
+    bench.vlan_set(9, 2, 0x04, 0)
+    assert console_session(bench, line).outputs[0] == echo(line) + message
+    xfers = command_xfers(bench)
+    assert not any(x[0] == "W" and x[1] >= 114 for x in xfers)
+    assert bool(xfers) == access
+
+
+@pytest.mark.parametrize("lines, vid, row", [
+    (["vlancreate 10 256"], 10, dict(valid=1, fid=0, ports=0)),
+    (["vlancreate 10 7", "vlanaddport 10 1 7", "vlanaddport 10 5 7"], 10, dict(valid=1, fid=7, ports=0x11)),
+    (["vlanaddport 8 2 2", "vlanaddport 8 9 2"], 8, dict(valid=1, fid=2, ports=0x06)),
+    (["vlandelport 8 3 2", "vlandelport 8 2 2"], 8, dict(valid=1, fid=2, ports=0x00)),
+    (["vlandel 9"], 9, dict(valid=0, fid=0, ports=0)),  # an invalid row is found too
+    (["vlandel 9 2"], 9, dict(valid=0, fid=0, ports=0)),
+    (["vlanaddport 0 4", "vlan 0 1"], 0, dict(valid=1, fid=0, ports=0x08)),
+    (["vlandel 0"], 0, dict(valid=0, fid=0, ports=0)),
+])
+def test_row_edits(bench, lines, vid, row):
+    bench.vlan_set(0, 0, 0, 1)
+    bench.vlan_set(8, 2, 0x04, 1)
+    bench.vlan_set(9, 2, 0x04, 0)
+    res = console_session(bench, *lines)
+    assert [o for o in res.outputs[:-1] if "error" in o] == []
+    assert bench.vlan_get(vid) == row
