@@ -76,6 +76,11 @@ struct DrvCtrl {
     PortRateRow port_rate[SWITCH_PORTS];
 };
 
+// The port mask bit of a port index; an index that names no port adds none.
+constexpr std::uint16_t port_mask_bit(std::uint32_t port_index) {
+    return static_cast<std::uint16_t>(port_index < SWITCH_PORTS ? 1u << port_index : 0u);
+}
+
 // Null until init_database has run; only the exit command frees it.
 extern DrvCtrl *gDrvCtrl;
 

@@ -4,13 +4,12 @@
 #include "chip/port_mirror.h"
 
 #include "chip/port_columns.h"
+#include "chip/port_settings.h"
 #include "console/hw_access.h"
 
 #include <cstdio>
 
 namespace {
-
-constexpr std::uint32_t LAST_PORT_INDEX = SWITCH_PORTS - 1;
 
 constexpr unsigned REG_GLOBAL_CONTROL = 5;
 constexpr std::uint8_t MIRROR_RX_AND_TX = 0x01;
@@ -24,42 +23,10 @@ constexpr unsigned mirror_reg(std::uint32_t p) {
     return 16 * p + 17;
 }
 
-void update_bits(int fd, unsigned reg, std::uint8_t mask, std::int32_t on) {
-    std::uint8_t value = hw_read_byte(fd, reg);
-    if (on == 1)
-        value = static_cast<std::uint8_t>(value | mask);
-    else
-        value = static_cast<std::uint8_t>(value & ~mask);
-    hw_write_byte(fd, reg, value);
-}
-
 void set_port_bit(int fd, std::uint32_t p, std::uint8_t mask, std::int32_t flag) {
-    if (p > LAST_PORT_INDEX) {
-        std::printf("error: incorrect Switch port (%d) to set! \n", static_cast<int>(p + 1));
+    if (!port_index_valid(p))
         return;
-    }
-    update_bits(fd, mirror_reg(p), mask, flag);
-}
-
-bool take_tokens(std::uint16_t argc, char **argv, std::uint16_t needed, std::uint16_t usage_index) {
-    cli_echo_tokens(argc, argv, true);
-    if (argc < needed) {
-        cli_usage(usage_index);
-        return false;
-    }
-    return true;
-}
-
-std::int32_t int_arg(const char *token) {
-    return static_cast<std::int32_t>(cli_number(token, 10));
-}
-
-template <void (*Operation)(int, std::uint32_t, std::int32_t)>
-int port_flag_handler(std::uint16_t argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!take_tokens(argc, argv, 2, usage_index))
-        return 1;
-    Operation(fd, static_cast<std::uint32_t>(cli_number(argv[0], 10)) - 1u, int_arg(argv[1]));
-    return cli_handler_done(argc, argv);
+    update_flag_bits(fd, mirror_reg(p), mask, flag);
 }
 
 struct FlagLine {
@@ -88,7 +55,7 @@ void SwitchSetPortSniffer(int fd, std::uint32_t p, std::int32_t flag) {
 }
 
 void SwitchSetMirrorMode(int fd, std::int32_t sel) {
-    update_bits(fd, REG_GLOBAL_CONTROL, MIRROR_RX_AND_TX, sel);
+    update_flag_bits(fd, REG_GLOBAL_CONTROL, MIRROR_RX_AND_TX, sel);
 }
 
 void SwitchShowMirrorInfo(int fd) {
@@ -117,26 +84,26 @@ void SwitchShowMirrorInfo(int fd) {
 }
 
 int mirrortx_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return port_flag_handler<SwitchSetPortMirrorTx>(*argc, argv, usage_index, fd);
+    return port_value_handler<SwitchSetPortMirrorTx>(*argc, argv, usage_index, fd);
 }
 
 int mirrorrx_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return port_flag_handler<SwitchSetPortMirrorRx>(*argc, argv, usage_index, fd);
+    return port_value_handler<SwitchSetPortMirrorRx>(*argc, argv, usage_index, fd);
 }
 
 int sniffer_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return port_flag_handler<SwitchSetPortSniffer>(*argc, argv, usage_index, fd);
+    return port_value_handler<SwitchSetPortSniffer>(*argc, argv, usage_index, fd);
 }
 
 int sniffmode_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!take_tokens(*argc, argv, 1, usage_index))
+    if (!cli_take_tokens(*argc, argv, 1, usage_index))
         return 1;
-    SwitchSetMirrorMode(fd, int_arg(argv[0]));
+    SwitchSetMirrorMode(fd, cli_int(argv[0]));
     return cli_handler_done(*argc, argv);
 }
 
 int mirrorinfo_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!take_tokens(*argc, argv, 0, usage_index))
+    if (!cli_take_tokens(*argc, argv, 0, usage_index))
         return 1;
     SwitchShowMirrorInfo(fd);
     return cli_handler_done(*argc, argv);

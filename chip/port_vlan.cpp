@@ -5,13 +5,12 @@
 #include "chip/port_vlan.h"
 
 #include "chip/port_columns.h"
+#include "chip/port_settings.h"
 #include "console/hw_access.h"
 
 #include <cstdio>
 
 namespace {
-
-constexpr std::uint32_t LAST_PORT_INDEX = SWITCH_PORTS - 1;
 
 constexpr unsigned REG_GLOBAL_CONTROL = 5;
 constexpr std::uint8_t GLOBAL_8021Q = 0x80;
@@ -35,60 +34,13 @@ constexpr unsigned vid_low_reg(std::uint32_t p) {
     return 16 * p + 20;
 }
 
-// Sets the bits of mask when on is exactly 1, clears them otherwise; the
-// other bits of the register are written back as they were read.
-void update_bits(int fd, unsigned reg, std::uint8_t mask, std::int32_t on) {
-    std::uint8_t value = hw_read_byte(fd, reg);
-    if (on == 1)
-        value = static_cast<std::uint8_t>(value | mask);
-    else
-        value = static_cast<std::uint8_t>(value & ~mask);
-    hw_write_byte(fd, reg, value);
-}
-
-bool port_is_valid(std::uint32_t p) {
-    if (p > LAST_PORT_INDEX) {
-        std::printf("error: incorrect Switch port (%d) to set! \n", static_cast<int>(p + 1));
-        return false;
-    }
-    return true;
-}
-
-// Token echo and the check for the least number of tokens; the usage line
-// when there are too few.
-bool take_tokens(std::uint16_t argc, char **argv, std::uint16_t needed, std::uint16_t usage_index) {
-    cli_echo_tokens(argc, argv, true);
-    if (argc < needed) {
-        cli_usage(usage_index);
-        return false;
-    }
-    return true;
-}
-
-std::uint32_t port_index(const char *token) {
-    return static_cast<std::uint32_t>(cli_number(token, 10)) - 1u;
-}
-
-std::int32_t int_arg(const char *token) {
-    return static_cast<std::int32_t>(cli_number(token, 10));
-}
-
-// The handlers of the form <Port> <value>.
-template <void (*Operation)(int, std::uint32_t, std::int32_t)>
-int port_value_handler(std::uint16_t argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!take_tokens(argc, argv, 2, usage_index))
-        return 1;
-    Operation(fd, port_index(argv[0]), int_arg(argv[1]));
-    return cli_handler_done(argc, argv);
-}
-
 template <std::int32_t Enable> void set_port_tag(int fd, std::uint32_t p, std::int32_t tag) {
     SwitchSetPortVlanTag(fd, p, tag, Enable);
 }
 
 template <std::int32_t Enable>
 int set_8021q_handler(std::uint16_t argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!take_tokens(argc, argv, 0, usage_index))
+    if (!cli_take_tokens(argc, argv, 0, usage_index))
         return 1;
     SwitchSet8021Q(fd, Enable);
     return cli_handler_done(argc, argv);
@@ -109,7 +61,7 @@ constexpr std::array<FlagLine, 4> flag_lines{{
 } // namespace
 
 void SwitchSetPortDefaultVid(int fd, std::uint32_t p, std::uint16_t vid) {
-    if (!port_is_valid(p))
+    if (!port_index_valid(p))
         return;
     // VID 0 wraps to 0xFFFF here, so one comparison leaves 1 to 4095.
     if (static_cast<std::uint16_t>(vid - 1) > 4094) {
@@ -124,25 +76,25 @@ void SwitchSetPortDefaultVid(int fd, std::uint32_t p, std::uint16_t vid) {
 }
 
 void SwitchSet8021Q(int fd, std::int32_t enable) {
-    update_bits(fd, REG_GLOBAL_CONTROL, GLOBAL_8021Q, enable);
+    update_flag_bits(fd, REG_GLOBAL_CONTROL, GLOBAL_8021Q, enable);
 }
 
 void SwitchSetPortVlanTag(int fd, std::uint32_t p, std::int32_t tag, std::int32_t enable) {
-    if (!port_is_valid(p))
+    if (!port_index_valid(p))
         return;
-    update_bits(fd, tag_reg(p), tag == 1 ? TAG_INSERT : TAG_REMOVE, enable);
+    update_flag_bits(fd, tag_reg(p), tag == 1 ? TAG_INSERT : TAG_REMOVE, enable);
 }
 
 void SwitchSetPortIngressFilter(int fd, std::uint32_t p, std::int32_t flag) {
-    if (!port_is_valid(p))
+    if (!port_index_valid(p))
         return;
-    update_bits(fd, ingress_reg(p), INGRESS_FILTER, flag);
+    update_flag_bits(fd, ingress_reg(p), INGRESS_FILTER, flag);
 }
 
 void SwitchSetPortDiscardNonVid(int fd, std::uint32_t p, std::int32_t flag) {
-    if (!port_is_valid(p))
+    if (!port_index_valid(p))
         return;
-    update_bits(fd, ingress_reg(p), DISCARD_NON_PVID, flag);
+    update_flag_bits(fd, ingress_reg(p), DISCARD_NON_PVID, flag);
 }
 
 void SwitchShowVlanInfo(int fd) {
@@ -180,9 +132,9 @@ void SwitchShowVlanInfo(int fd) {
 }
 
 int vlandefvid_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!take_tokens(*argc, argv, 2, usage_index))
+    if (!cli_take_tokens(*argc, argv, 2, usage_index))
         return 1;
-    SwitchSetPortDefaultVid(fd, port_index(argv[0]),
+    SwitchSetPortDefaultVid(fd, cli_port_index(argv[0]),
                             static_cast<std::uint16_t>(cli_number(argv[1], 10)));
     return cli_handler_done(*argc, argv);
 }
@@ -212,7 +164,7 @@ int vlandiscardnonvid_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_
 }
 
 int vlaninfo_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!take_tokens(*argc, argv, 0, usage_index))
+    if (!cli_take_tokens(*argc, argv, 0, usage_index))
         return 1;
     SwitchShowVlanInfo(fd);
     return cli_handler_done(*argc, argv);

@@ -8,13 +8,13 @@
 #include "chip/qos.h"
 
 #include "chip/port_columns.h"
+#include "chip/port_settings.h"
 #include "console/hw_access.h"
 
 #include <cstdio>
 
 namespace {
 
-constexpr std::uint32_t LAST_PORT_INDEX = SWITCH_PORTS - 1;
 constexpr std::int32_t LAST_QUEUE = 3;
 constexpr std::int32_t LAST_PRIORITY = 7;
 constexpr std::int32_t LAST_TOS = 63;
@@ -48,23 +48,6 @@ constexpr unsigned wfq_last_reg(std::uint32_t p) {
     return 16 * p + 181;
 }
 
-std::uint8_t with_bits(std::uint8_t value, std::uint8_t mask, std::int32_t on) {
-    return on == 1 ? static_cast<std::uint8_t>(value | mask)
-                   : static_cast<std::uint8_t>(value & ~mask);
-}
-
-void update_bits(int fd, unsigned reg, std::uint8_t mask, std::int32_t on) {
-    hw_write_byte(fd, reg, with_bits(hw_read_byte(fd, reg), mask, on));
-}
-
-bool port_is_valid(std::uint32_t p) {
-    if (p > LAST_PORT_INDEX) {
-        std::printf("error: incorrect Switch port (%d) to set! \n", static_cast<int>(p + 1));
-        return false;
-    }
-    return true;
-}
-
 // The queue, priority and TOS numbers come from strtoul, which takes a
 // leading minus sign: a negative number has no queue, map entry or register
 // behind it, so it is refused like a number above the range, showing what
@@ -88,42 +71,17 @@ std::uint8_t queue_field(std::uint8_t value, unsigned k) {
     return static_cast<std::uint8_t>((value >> (2 * k)) & 3u);
 }
 
-bool take_tokens(std::uint16_t argc, char **argv, std::uint16_t needed, std::uint16_t usage_index) {
-    cli_echo_tokens(argc, argv, true);
-    if (argc < needed) {
-        cli_usage(usage_index);
-        return false;
-    }
-    return true;
-}
-
-std::uint32_t port_index(const char *token) {
-    return static_cast<std::uint32_t>(cli_number(token, 10)) - 1u;
-}
-
-std::int32_t int_arg(const char *token) {
-    return static_cast<std::int32_t>(cli_number(token, 10));
-}
-
 // Optional trailing token: its number when given, otherwise fallback.
 std::int32_t int_arg_or(std::uint16_t argc, char **argv, std::uint16_t at, std::int32_t fallback) {
-    return argc > at ? int_arg(argv[at]) : fallback;
-}
-
-template <void (*Operation)(int, std::uint32_t, std::int32_t)>
-int port_flag_handler(std::uint16_t argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!take_tokens(argc, argv, 2, usage_index))
-        return 1;
-    Operation(fd, port_index(argv[0]), int_arg(argv[1]));
-    return cli_handler_done(argc, argv);
+    return argc > at ? cli_int(argv[at]) : fallback;
 }
 
 // <value> [<Q#>]: the priority and TOS maps.
 template <void (*Operation)(int, std::int32_t, std::int32_t)>
 int map_handler(std::uint16_t argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!take_tokens(argc, argv, 1, usage_index))
+    if (!cli_take_tokens(argc, argv, 1, usage_index))
         return 1;
-    Operation(fd, int_arg(argv[0]), int_arg_or(argc, argv, 1, 0));
+    Operation(fd, cli_int(argv[0]), int_arg_or(argc, argv, 1, 0));
     return cli_handler_done(argc, argv);
 }
 
@@ -145,19 +103,19 @@ constexpr int MAP_ITEMS_PER_LINE = 8;
 } // namespace
 
 void SwitchSetPortWfq(int fd, std::int32_t flag, std::uint32_t p) {
-    if (!port_is_valid(p))
+    if (!port_index_valid(p))
         return;
     for (unsigned reg = wfq_last_reg(p); reg >= wfq_first_reg(p); --reg)
-        update_bits(fd, reg, WFQ, flag);
+        update_flag_bits(fd, reg, WFQ, flag);
 }
 
 void SwitchSetPortSplitQueue(int fd, std::uint32_t p, std::int32_t flag) {
-    if (!port_is_valid(p))
+    if (!port_index_valid(p))
         return;
     const std::uint8_t ctrl = hw_read_byte(fd, port_ctrl_reg(p));
     const std::uint8_t split = hw_read_byte(fd, split_reg(p));
     hw_write_byte(fd, port_ctrl_reg(p), static_cast<std::uint8_t>(ctrl & ~PORT_CTRL_SPLIT_CLEAR));
-    hw_write_byte(fd, split_reg(p), with_bits(split, SPLIT_4Q, flag));
+    hw_write_byte(fd, split_reg(p), with_flag_bits(split, SPLIT_4Q, flag));
 
     // The chip-wide bit follows all ports, not only the one just changed.
     std::int32_t any_split = 0;
@@ -167,7 +125,7 @@ void SwitchSetPortSplitQueue(int fd, std::uint32_t p, std::int32_t flag) {
             break;
         }
     }
-    update_bits(fd, REG_SPLIT_SUMMARY, SPLIT_SUMMARY, any_split);
+    update_flag_bits(fd, REG_SPLIT_SUMMARY, SPLIT_SUMMARY, any_split);
 }
 
 void SwitchMapTagToQueue(int fd, std::int32_t priority, std::int32_t q) {
@@ -195,7 +153,7 @@ void SwitchMapTosToQueue(int fd, std::int32_t tos, std::int32_t q) {
 }
 
 void SwitchSetPortBaseQueue(int fd, std::uint32_t p, std::int32_t flag, std::int32_t q) {
-    if (!port_is_valid(p))
+    if (!port_index_valid(p))
         return;
     // The queue is checked even when the mapping is being switched off.
     if (!queue_is_valid(q))
@@ -207,15 +165,15 @@ void SwitchSetPortBaseQueue(int fd, std::uint32_t p, std::int32_t flag, std::int
 }
 
 void SwitchSetPortDiffServ(int fd, std::uint32_t p, std::int32_t flag) {
-    if (!port_is_valid(p))
+    if (!port_index_valid(p))
         return;
-    update_bits(fd, port_ctrl_reg(p), DIFFSERV, flag);
+    update_flag_bits(fd, port_ctrl_reg(p), DIFFSERV, flag);
 }
 
 void SwitchSetPortDot1p(int fd, std::uint32_t p, std::int32_t flag) {
-    if (!port_is_valid(p))
+    if (!port_index_valid(p))
         return;
-    update_bits(fd, port_ctrl_reg(p), DOT1P, flag);
+    update_flag_bits(fd, port_ctrl_reg(p), DOT1P, flag);
 }
 
 void SwitchShowQosInfo(int fd) {
@@ -274,16 +232,16 @@ void SwitchShowQosInfo(int fd) {
 }
 
 int qoswfq_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!take_tokens(*argc, argv, 1, usage_index))
+    if (!cli_take_tokens(*argc, argv, 1, usage_index))
         return 1;
     // The flag comes first; a missing port means port number 1.
-    const std::uint32_t p = *argc > 1 ? port_index(argv[1]) : 0;
-    SwitchSetPortWfq(fd, int_arg(argv[0]), p);
+    const std::uint32_t p = *argc > 1 ? cli_port_index(argv[1]) : 0;
+    SwitchSetPortWfq(fd, cli_int(argv[0]), p);
     return cli_handler_done(*argc, argv);
 }
 
 int qossplitq_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return port_flag_handler<SwitchSetPortSplitQueue>(*argc, argv, usage_index, fd);
+    return port_value_handler<SwitchSetPortSplitQueue>(*argc, argv, usage_index, fd);
 }
 
 int qostag2q_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
@@ -295,23 +253,23 @@ int qostos2q_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, in
 }
 
 int qosportbase_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!take_tokens(*argc, argv, 2, usage_index))
+    if (!cli_take_tokens(*argc, argv, 2, usage_index))
         return 1;
-    SwitchSetPortBaseQueue(fd, port_index(argv[0]), int_arg(argv[1]),
+    SwitchSetPortBaseQueue(fd, cli_port_index(argv[0]), cli_int(argv[1]),
                            int_arg_or(*argc, argv, 2, 0));
     return cli_handler_done(*argc, argv);
 }
 
 int qosdiffserv_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return port_flag_handler<SwitchSetPortDiffServ>(*argc, argv, usage_index, fd);
+    return port_value_handler<SwitchSetPortDiffServ>(*argc, argv, usage_index, fd);
 }
 
 int qosdot1p_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return port_flag_handler<SwitchSetPortDot1p>(*argc, argv, usage_index, fd);
+    return port_value_handler<SwitchSetPortDot1p>(*argc, argv, usage_index, fd);
 }
 
 int qosinfo_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!take_tokens(*argc, argv, 0, usage_index))
+    if (!cli_take_tokens(*argc, argv, 0, usage_index))
         return 1;
     SwitchShowQosInfo(fd);
     return cli_handler_done(*argc, argv);

@@ -6,13 +6,13 @@
 #include "chip/rate_limit.h"
 
 #include "chip/port_columns.h"
+#include "chip/port_settings.h"
 #include "console/hw_access.h"
 
 #include <cstdio>
 
 namespace {
 
-constexpr std::uint32_t LAST_PORT_INDEX = SWITCH_PORTS - 1;
 constexpr std::uint32_t ALL_PORTS = 255;
 constexpr std::uint8_t LAST_QUEUE = 3;
 constexpr std::uint8_t ALL_QUEUES = 255;
@@ -79,10 +79,8 @@ bool select_ports(std::uint32_t p, Range all, Range &ports) {
         ports = all;
         return true;
     }
-    if (p > LAST_PORT_INDEX) {
-        std::printf("error: incorrect Switch port (%d) to set! \n", static_cast<int>(p + 1));
+    if (!port_index_valid(p))
         return false;
-    }
     ports = {p, p};
     return true;
 }
@@ -137,23 +135,6 @@ std::int32_t shown_kbps(std::int32_t code) {
     return code <= LAST_MBPS_CODE ? code * KBPS_PER_MBPS : RateCodeToKbps(code);
 }
 
-bool take_tokens(std::uint16_t argc, char **argv, std::uint16_t needed, std::uint16_t usage_index) {
-    cli_echo_tokens(argc, argv, true);
-    if (argc < needed) {
-        cli_usage(usage_index);
-        return false;
-    }
-    return true;
-}
-
-std::uint32_t port_index(const char *token) {
-    return static_cast<std::uint32_t>(cli_number(token, 10)) - 1u;
-}
-
-std::int32_t int_arg(const char *token) {
-    return static_cast<std::int32_t>(cli_number(token, 10));
-}
-
 // Q# is cut to 8 bits, so 256 means queue 0; a missing Q# means all queues.
 std::uint8_t queue_arg(std::uint16_t argc, char **argv) {
     return argc > 2 ? static_cast<std::uint8_t>(cli_number(argv[2], 10)) : ALL_QUEUES;
@@ -162,17 +143,17 @@ std::uint8_t queue_arg(std::uint16_t argc, char **argv) {
 // <Port> <#Kbps> [<Q#>] and <Port> <Flag> [<Q#>].
 template <void (*Operation)(int, std::uint32_t, std::int32_t, std::uint8_t)>
 int config_handler(std::uint16_t argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!take_tokens(argc, argv, 2, usage_index))
+    if (!cli_take_tokens(argc, argv, 2, usage_index))
         return 1;
-    Operation(fd, port_index(argv[0]), int_arg(argv[1]), queue_arg(argc, argv));
+    Operation(fd, cli_port_index(argv[0]), cli_int(argv[1]), queue_arg(argc, argv));
     return cli_handler_done(argc, argv);
 }
 
 template <void (*Operation)(int, std::int32_t, std::uint32_t, std::uint8_t)>
 int enable_handler(std::uint16_t argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!take_tokens(argc, argv, 2, usage_index))
+    if (!cli_take_tokens(argc, argv, 2, usage_index))
         return 1;
-    Operation(fd, int_arg(argv[1]), port_index(argv[0]), queue_arg(argc, argv));
+    Operation(fd, cli_int(argv[1]), cli_port_index(argv[0]), queue_arg(argc, argv));
     return cli_handler_done(argc, argv);
 }
 
@@ -247,10 +228,8 @@ void SwitchSetRxFlowControl(int fd, std::int32_t flag, std::uint32_t p) {
 
 void SwitchSetRxLimitMode(int fd, std::uint32_t p, std::uint32_t mode) {
     // No all-ports choice here: port number 256 is an ordinary bad port.
-    if (p > LAST_PORT_INDEX) {
-        std::printf("error: incorrect Switch port (%d) to set! \n", static_cast<int>(p + 1));
+    if (!port_index_valid(p))
         return;
-    }
     if (mode > LAST_LIMIT_MODE) {
         std::printf("error: incorrect Ingress limit mode (%d) to set! \n", static_cast<int>(mode));
         return;
@@ -326,23 +305,23 @@ int raterx_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int 
 }
 
 int raterxflow_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!take_tokens(*argc, argv, 2, usage_index))
+    if (!cli_take_tokens(*argc, argv, 2, usage_index))
         return 1;
     // A third token is cut by the parser and has no meaning here.
-    SwitchSetRxFlowControl(fd, int_arg(argv[1]), port_index(argv[0]));
+    SwitchSetRxFlowControl(fd, cli_int(argv[1]), cli_port_index(argv[0]));
     return cli_handler_done(*argc, argv);
 }
 
 int ratemode_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!take_tokens(*argc, argv, 2, usage_index))
+    if (!cli_take_tokens(*argc, argv, 2, usage_index))
         return 1;
-    SwitchSetRxLimitMode(fd, port_index(argv[0]),
+    SwitchSetRxLimitMode(fd, cli_port_index(argv[0]),
                          static_cast<std::uint32_t>(cli_number(argv[1], 10)));
     return cli_handler_done(*argc, argv);
 }
 
 int rateinfo_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!take_tokens(*argc, argv, 0, usage_index))
+    if (!cli_take_tokens(*argc, argv, 0, usage_index))
         return 1;
     SwitchShowRateInfo(fd);
     return cli_handler_done(*argc, argv);

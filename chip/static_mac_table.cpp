@@ -28,11 +28,6 @@ constexpr std::uint8_t STATIC_PORT_MASK = 0x1F;
 
 constexpr std::uint8_t zero_mac[MAC_BYTES] = {};
 
-// The port bit of a port index; an index that names no port adds none.
-std::uint16_t port_bit(std::uint32_t port_index) {
-    return static_cast<std::uint16_t>(port_index < SWITCH_PORTS ? 1u << port_index : 0u);
-}
-
 void read_row(int fd, unsigned row, StaticMacRow &out) {
     HardwareReadStaticMac(fd, row, out.mac, &out.ports, &out.fid, &out.override, &out.use_fid,
                           &out.valid);
@@ -136,7 +131,7 @@ void SwitchAddStaticMac(int fd, const std::uint8_t *mac, std::uint32_t port_inde
         return;
     }
     // Ports add up over repeated commands; the flags take this command's values.
-    const auto ports = static_cast<std::uint16_t>(port_bit(port_index) | rows[chosen].ports);
+    const auto ports = static_cast<std::uint16_t>(port_mask_bit(port_index) | rows[chosen].ports);
     HardwareWriteStaticMac(fd, chosen, mac, ports, fid, override, use_fid, 1);
 }
 
@@ -166,14 +161,11 @@ int macstatic_cmd(std::uint16_t *argc, char **argv, std::uint16_t, int fd) {
 }
 
 int macadd_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    cli_echo_tokens(*argc, argv, true);
-    if (*argc < 3) {
-        cli_usage(usage_index);
+    if (!cli_take_tokens(*argc, argv, 3, usage_index))
         return 1;
-    }
     std::uint8_t mac[MAC_BYTES];
     parse_mac_text(argv[0], mac);
-    const auto port_index = static_cast<std::uint32_t>(cli_number(argv[1], 10) - 1);
+    const auto port_index = cli_port_index(argv[1]);
     const auto override = static_cast<std::uint32_t>(cli_number(argv[2], 16));
     std::uint8_t fid = 0;
     std::uint32_t use_fid = 0;
@@ -186,11 +178,8 @@ int macadd_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int 
 }
 
 int macdel_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    cli_echo_tokens(*argc, argv, true);
-    if (*argc < 1) {
-        cli_usage(usage_index);
+    if (!cli_take_tokens(*argc, argv, 1, usage_index))
         return 1;
-    }
     std::uint8_t mac[MAC_BYTES] = {};
     std::uint8_t fid = 0;
     std::uint32_t ignore_fid = 1;

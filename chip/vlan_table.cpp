@@ -37,11 +37,6 @@ void read_row(int fd, unsigned vid, VlanRow &row) {
                      &row.valid);
 }
 
-// The port bit of a port index; an index that names no port adds none.
-std::uint16_t port_bit(std::uint32_t port_index) {
-    return static_cast<std::uint16_t>(port_index < SWITCH_PORTS ? 1u << port_index : 0u);
-}
-
 } // namespace
 
 std::uint32_t HardwareReadVlan(int fd, std::uint16_t vid, std::uint16_t *out_vid, std::uint8_t *fid,
@@ -169,7 +164,7 @@ void SwitchUpdateVlanPort(int fd, std::uint32_t vid, std::uint8_t fid, std::uint
             static_cast<int>(vid), fid);
         return;
     }
-    const std::uint16_t bit = port_bit(port_index);
+    const std::uint16_t bit = port_mask_bit(port_index);
     row->ports = static_cast<std::uint16_t>(add == 1 ? (row->ports | bit) : (row->ports & ~bit));
     HardwareWriteVlan(fd, static_cast<std::uint16_t>(vid), fid, row->ports, 1);
 }
@@ -187,11 +182,8 @@ int vlan_cmd(std::uint16_t *argc, char **argv, std::uint16_t, int fd) {
 }
 
 int vlancreate_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    cli_echo_tokens(*argc, argv, true);
-    if (*argc < 1) {
-        cli_usage(usage_index);
+    if (!cli_take_tokens(*argc, argv, 1, usage_index))
         return 1;
-    }
     const auto vid = static_cast<std::int32_t>(cli_number(argv[0], 10));
     std::uint8_t fid = 0;
     if (*argc >= 2)
@@ -201,11 +193,8 @@ int vlancreate_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, 
 }
 
 int vlandel_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    cli_echo_tokens(*argc, argv, true);
-    if (*argc < 1) {
-        cli_usage(usage_index);
+    if (!cli_take_tokens(*argc, argv, 1, usage_index))
         return 1;
-    }
     if (std::strcmp(argv[0], "all") == 0) {
         SwitchDelVlan(fd, 1, 0, 1, 1);
     } else {
@@ -225,13 +214,10 @@ namespace {
 
 int update_port_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd,
                     std::uint32_t add) {
-    cli_echo_tokens(*argc, argv, true);
-    if (*argc < 2) {
-        cli_usage(usage_index);
+    if (!cli_take_tokens(*argc, argv, 2, usage_index))
         return 1;
-    }
     const auto vid = static_cast<std::uint32_t>(cli_number(argv[0], 10));
-    const auto port_index = static_cast<std::uint32_t>(cli_number(argv[1], 10) - 1);
+    const auto port_index = cli_port_index(argv[1]);
     std::uint8_t fid = 0;
     if (*argc >= 3)
         fid = static_cast<std::uint8_t>(cli_number(argv[2], 10));

@@ -49,3 +49,12 @@ void cli_echo_tokens(std::uint16_t argc, char **argv, bool with_argc);
 int cli_handler_done(std::uint16_t argc, char **argv);
 // strtoul of a token, end pointer ignored.
 unsigned long cli_number(const char *token, int base);
+// The token echo with its argc line; with fewer tokens than needed, the
+// command's usage line and false.
+bool cli_take_tokens(std::uint16_t argc, char **argv, std::uint16_t needed,
+                     std::uint16_t usage_index);
+// A <Port> number in base 10 as a port index: the number minus 1, so that 0
+// or no number wraps to the largest index, which no operation accepts.
+std::uint32_t cli_port_index(const char *token);
+// A number in base 10 as a signed 32-bit value.
+std::int32_t cli_int(const char *token);

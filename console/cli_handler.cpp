@@ -22,3 +22,21 @@ int cli_handler_done(std::uint16_t argc, char **argv) {
 unsigned long cli_number(const char *token, int base) {
     return std::strtoul(token, nullptr, base);
 }
+
+bool cli_take_tokens(std::uint16_t argc, char **argv, std::uint16_t needed,
+                     std::uint16_t usage_index) {
+    cli_echo_tokens(argc, argv, true);
+    if (argc < needed) {
+        cli_usage(usage_index);
+        return false;
+    }
+    return true;
+}
+
+std::uint32_t cli_port_index(const char *token) {
+    return static_cast<std::uint32_t>(cli_number(token, 10)) - 1u;
+}
+
+std::int32_t cli_int(const char *token) {
+    return static_cast<std::int32_t>(cli_number(token, 10));
+}
