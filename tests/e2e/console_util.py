@@ -41,3 +41,18 @@ def console_command(bench, line):
 def command_xfers(bench):
     """Chip transfers made by the console's commands (after its start)."""
     return bench.xfers()[CONSOLE_START_XFERS:]
+
+
+def echo(line):
+    """The handler's token echo for a command line with blank-separated
+    tokens."""
+    tokens = line.split()[1:]
+    return f"The argc is {len(tokens)}\n" + "".join(
+        f"The token {i + 1} is argv[{i}]={t} \n" for i, t in enumerate(tokens))
+
+
+def prepare(bench, pokes):
+    """Sets registers on the chip and starts the event log afresh."""
+    for reg, val in pokes.items():
+        bench.poke(reg, val)
+    bench.clear_events()

@@ -1,16 +1,10 @@
 """Static and dynamic MAC tables: macstatic, macadd, macdel, macdyn and the tool's -y."""
 import pytest
 
-from console_util import CONSOLE_END, CONSOLE_PREAMBLE, command_xfers, console_session
+from console_util import CONSOLE_END, CONSOLE_PREAMBLE, command_xfers, console_session, echo, prepare
 
 ZERO = dict(valid=0, override=0, use_fid=0, ports=0, fid=0, mac="00:00:00:00:00:00")
 MAC = "0a:0b:0c:0d:0e:0f"
-
-
-def echo(line):
-    tokens = line.split()[1:]
-    return f"The argc is {len(tokens)}\n" + "".join(
-        f"The token {i + 1} is argv[{i}]={t} \n" for i, t in enumerate(tokens))
 
 
 def row_reads(rows):

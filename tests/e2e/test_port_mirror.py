@@ -2,21 +2,9 @@
 mode, and the mirrorinfo display."""
 import pytest
 
-from console_util import command_xfers, console_session
+from console_util import command_xfers, console_session, echo, prepare
 
 MIRROR_REGS = [17, 33, 49, 65, 81, 5]
-
-
-def echo(line):
-    tokens = line.split()[1:]
-    return f"The argc is {len(tokens)}\n" + "".join(
-        f"The token {i + 1} is argv[{i}]={t} \n" for i, t in enumerate(tokens))
-
-
-def prepare(bench, pokes):
-    for reg, val in pokes.items():
-        bench.poke(reg, val)
-    bench.clear_events()
 
 
 def test_mirrorinfo_shows_ports_two_to_five(bench):

@@ -2,7 +2,7 @@
 802.1Q, and the vlaninfo display."""
 import pytest
 
-from console_util import command_xfers, console_session
+from console_util import command_xfers, console_session, prepare
 
 PORT_REGS = [16 * i + off for i in range(5) for off in (16, 18, 19, 20)]
 
@@ -11,12 +11,6 @@ def echo(line, argc=None):
     tokens = line.split()[1:]
     text = f"The argc is {len(tokens) if argc is None else argc}\n"
     return text + "".join(f"The token {i + 1} is argv[{i}]={t} \n" for i, t in enumerate(tokens))
-
-
-def prepare(bench, pokes):
-    for reg, val in pokes.items():
-        bench.poke(reg, val)
-    bench.clear_events()
 
 
 def test_vlaninfo_shows_ports_two_to_five(bench):

@@ -2,7 +2,7 @@
 TOS maps, port-based queues, and the qosinfo display."""
 import pytest
 
-from console_util import command_xfers, console_session
+from console_util import command_xfers, console_session, echo, prepare
 
 QOS_REGS = ([16 * i + 16 for i in range(5)]
             + [16 * i + off for i in range(5) for off in range(177, 182)]
@@ -12,18 +12,6 @@ PORT_ERROR = "error: incorrect Switch port ({}) to set! \n"
 QUEUE_ERROR = "error: incorrect priority queue number({}) to set! \n"
 PRIORITY_ERROR = "error: incorrect 802.1p priority value({}) to set! \n"
 TOS_ERROR = "error: incorrect TOS ({}) value to set! \n"
-
-
-def echo(line):
-    tokens = line.split()[1:]
-    return f"The argc is {len(tokens)}\n" + "".join(
-        f"The token {i + 1} is argv[{i}]={t} \n" for i, t in enumerate(tokens))
-
-
-def prepare(bench, pokes):
-    for reg, val in pokes.items():
-        bench.poke(reg, val)
-    bench.clear_events()
 
 
 def diffserv_lines(queues):

@@ -2,7 +2,7 @@
 all-ports and all-queues ranges, flow control, limit modes, and rateinfo."""
 import pytest
 
-from console_util import command_xfers, console_session
+from console_util import command_xfers, console_session, echo, prepare
 
 RATE_REGS = [16 * i + off for i in range(5) for off in range(182, 191)]
 
@@ -10,18 +10,6 @@ PORT_ERROR = "error: incorrect Switch port ({}) to set! \n"
 QUEUE_ERROR = "error: incorrect priority queue ({}) to set! \n"
 RATE_ERROR = "error: incorrect rate limit ({}) Kbps to set! \n"
 MODE_ERROR = "error: incorrect Ingress limit mode ({}) to set! \n"
-
-
-def echo(line):
-    tokens = line.split()[1:]
-    return f"The argc is {len(tokens)}\n" + "".join(
-        f"The token {i + 1} is argv[{i}]={t} \n" for i, t in enumerate(tokens))
-
-
-def prepare(bench, pokes):
-    for reg, val in pokes.items():
-        bench.poke(reg, val)
-    bench.clear_events()
 
 
 def test_rateinfo_shows_ports_two_to_five(bench):

@@ -1,19 +1,13 @@
 """The VLAN table: vlan, vlancreate, vlandel, vlanaddport and vlandelport."""
 import pytest
 
-from console_util import command_xfers, console_session
+from console_util import command_xfers, console_session, echo, prepare
 
 HEAD = "Entry  Status    VID    FID  Port(1 2 3 4 )  \n"
 ERR_RANGE = "error: invalid entry number or count to display VLAN table! \n"
 # Register 114 to 120 values reading as all ones at table address 1 (VIDs 4 to 7).
 ALL_ONES = [f"rwb {r:x} ff" for r in range(0x72, 0x79)] + ["rwb 6e 4", "rwb 6f 1"]
 ROW_REGS = {0: [120, 119], 1: [119, 118, 117], 2: [117, 116], 3: [116, 115, 114]}
-
-
-def echo(line):
-    tokens = line.split()[1:]
-    return f"The argc is {len(tokens)}\n" + "".join(
-        f"The token {i + 1} is argv[{i}]={t} \n" for i, t in enumerate(tokens))
 
 
 def row_write(vid):
