@@ -1,0 +1,273 @@
+// The multicast notification channel: one receiving endpoint joined to the
+// group, one sending endpoint aimed at it, and the thread that turns each
+// notification datagram into the flag remote_link_change.
+#include "daemon/mcast.h"
+
+#include <cstring>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <sched.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/types.h>
+#include <syslog.h>
+#include <unistd.h>
+
+std::atomic<std::uint8_t> remote_link_change{0};
+
+namespace {
+
+// The notification: the name with its NUL, nothing else.
+constexpr char NOTIFICATION[] = "switch_daemon";
+constexpr std::size_t NOTIFICATION_LEN = sizeof NOTIFICATION; // 14
+static_assert(NOTIFICATION_LEN == 14);
+
+constexpr int NOTIFICATION_REPEATS = 3;
+constexpr useconds_t REPEAT_SLEEP_US = 666666;
+constexpr int RECEIVE_BUFFER_BYTES = 300000;
+constexpr int MULTICAST_HOPS = 1;
+constexpr int MULTICAST_INTERFACE = 0; // the platform's default
+constexpr std::size_t RX_BUFFER_LEN = 16;
+
+addrinfo *mcast_tx_addr = nullptr;
+int mcast_tx_socket = -1;
+int mcast_rx_socket = -1;
+
+ThreadRecord rx_thread_record;
+
+void log_lookup_failure(int rc) {
+    syslog(LOG_ERR, "getaddrinfo: %s\n", gai_strerror(rc));
+    syslog(LOG_ERR, "getaddrinfo() failed\n");
+}
+
+bool set_int_option(int socket, int level, int option, int value) {
+    return setsockopt(socket, level, option, &value, sizeof value) == 0;
+}
+
+bool get_int_option(int socket, int level, int option) {
+    int value = 0;
+    socklen_t length = sizeof value;
+    return getsockopt(socket, level, option, &value, &length) == 0;
+}
+
+// Joins the group of the lookup result on the default interface. Logs its own
+// failure.
+bool join_group(int socket, const addrinfo &group) {
+    if (group.ai_family == AF_INET && group.ai_addrlen == sizeof(sockaddr_in)) {
+        ip_mreq request;
+        std::memset(&request, 0, sizeof request);
+        request.imr_multiaddr = reinterpret_cast<const sockaddr_in *>(group.ai_addr)->sin_addr;
+        request.imr_interface.s_addr = htonl(INADDR_ANY);
+        if (setsockopt(socket, IPPROTO_IP, IP_ADD_MEMBERSHIP, &request, sizeof request) != 0) {
+            syslog(LOG_ERR, "setsockopt() failed\n");
+            return false;
+        }
+        return true;
+    }
+    if (group.ai_family == AF_INET6 && group.ai_addrlen == sizeof(sockaddr_in6)) {
+        ipv6_mreq request;
+        std::memset(&request, 0, sizeof request);
+        request.ipv6mr_multiaddr = reinterpret_cast<const sockaddr_in6 *>(group.ai_addr)->sin6_addr;
+        request.ipv6mr_interface = 0;
+        if (setsockopt(socket, IPPROTO_IPV6, IPV6_JOIN_GROUP, &request, sizeof request) != 0) {
+            syslog(LOG_ERR, "setsockopt() failed\n");
+            return false;
+        }
+        return true;
+    }
+    syslog(LOG_ERR, "Neither IPv4 or IPv6\n");
+    return false;
+}
+
+// The receiving endpoint from the two lookups; the socket, once made, stays in
+// mcast_rx_socket whatever follows.
+bool server_endpoint(const addrinfo &group, const addrinfo &local) {
+    mcast_rx_socket = socket(local.ai_family, local.ai_socktype, 0);
+    if (mcast_rx_socket < 0) {
+        syslog(LOG_ERR, "socket() failed\n");
+        return false;
+    }
+    if (!set_int_option(mcast_rx_socket, SOL_SOCKET, SO_REUSEADDR, 1)) {
+        syslog(LOG_ERR, "setsockopt\n");
+        return false;
+    }
+    if (bind(mcast_rx_socket, local.ai_addr, local.ai_addrlen) != 0) {
+        syslog(LOG_ERR, "bind() failed\n");
+        return false;
+    }
+    // The sizes read around the request are of no interest; the kernel may
+    // grant less than asked, and the endpoint works either way.
+    if (!get_int_option(mcast_rx_socket, SOL_SOCKET, SO_RCVBUF)) {
+        syslog(LOG_ERR, "getsockopt\n");
+        return false;
+    }
+    if (!set_int_option(mcast_rx_socket, SOL_SOCKET, SO_RCVBUF, RECEIVE_BUFFER_BYTES)) {
+        syslog(LOG_ERR, "setsockopt\n");
+        return false;
+    }
+    if (!get_int_option(mcast_rx_socket, SOL_SOCKET, SO_RCVBUF)) {
+        syslog(LOG_ERR, "getsockopt\n");
+        return false;
+    }
+    return join_group(mcast_rx_socket, group);
+}
+
+} // namespace
+
+int mcast_server_init(const char *group, const char *service) {
+    addrinfo hints;
+    std::memset(&hints, 0, sizeof hints);
+    hints.ai_flags = AI_NUMERICHOST;
+    addrinfo *group_addr = nullptr;
+    const int rc = getaddrinfo(group, nullptr, &hints, &group_addr);
+    if (rc != 0) {
+        log_lookup_failure(rc);
+        return -1;
+    }
+
+    std::memset(&hints, 0, sizeof hints);
+    hints.ai_flags = AI_PASSIVE;
+    hints.ai_family = group_addr->ai_family;
+    hints.ai_socktype = SOCK_DGRAM;
+    addrinfo *local_addr = nullptr;
+    if (getaddrinfo(nullptr, service, &hints, &local_addr) != 0) {
+        syslog(LOG_ERR, "getaddrinfo() failed\n");
+        freeaddrinfo(group_addr);
+        return -1;
+    }
+
+    const bool up = server_endpoint(*group_addr, *local_addr);
+    freeaddrinfo(local_addr);
+    freeaddrinfo(group_addr);
+    return up ? 0 : -1;
+}
+
+int mcast_client_init(const char *group, const char *service) {
+    addrinfo hints;
+    std::memset(&hints, 0, sizeof hints);
+    hints.ai_flags = AI_NUMERICHOST;
+    hints.ai_family = AF_UNSPEC;
+    hints.ai_socktype = SOCK_DGRAM;
+    const int rc = getaddrinfo(group, service, &hints, &mcast_tx_addr);
+    if (rc != 0) {
+        // A failed lookup leaves nothing to release.
+        mcast_tx_addr = nullptr;
+        log_lookup_failure(rc);
+        return -1;
+    }
+
+    mcast_tx_socket = socket(mcast_tx_addr->ai_family, mcast_tx_addr->ai_socktype, 0);
+    if (mcast_tx_socket < 0) {
+        syslog(LOG_ERR, "socket() failed\n");
+        return -1;
+    }
+    const bool v6 = mcast_tx_addr->ai_family == AF_INET6;
+    if (!set_int_option(mcast_tx_socket, v6 ? IPPROTO_IPV6 : IPPROTO_IP,
+                        v6 ? IPV6_MULTICAST_HOPS : IP_MULTICAST_TTL, MULTICAST_HOPS)) {
+        syslog(LOG_ERR, "setsockopt() failed\n");
+        return -1;
+    }
+    if (!set_int_option(mcast_tx_socket, v6 ? IPPROTO_IPV6 : IPPROTO_IP,
+                        v6 ? IPV6_MULTICAST_IF : IP_MULTICAST_IF, MULTICAST_INTERFACE)) {
+        syslog(LOG_ERR, "interface setsockopt()\n");
+        return -1;
+    }
+    return 0;
+}
+
+int mcast_start() {
+    if (mcast_server_init(MCAST_GROUP, MCAST_SERVICE) != 0) {
+        syslog(LOG_ERR, "Error while getting server up\n");
+        mcast_stop();
+        return -1;
+    }
+    syslog(LOG_INFO, "Multicast Rx Server UP");
+    if (mcast_client_init(MCAST_GROUP, MCAST_SERVICE) != 0) {
+        syslog(LOG_ERR, "Error while getting the client up\n");
+        mcast_stop();
+        return -1;
+    }
+    syslog(LOG_INFO, "Multicast Tx Client UP");
+    remote_link_change.store(0, std::memory_order_relaxed);
+    return 0;
+}
+
+void mcast_stop() {
+    if (mcast_tx_addr != nullptr) {
+        freeaddrinfo(mcast_tx_addr);
+        mcast_tx_addr = nullptr;
+    }
+    if (mcast_tx_socket >= 0) {
+        close(mcast_tx_socket);
+        mcast_tx_socket = -1;
+    }
+    if (mcast_rx_socket >= 0) {
+        close(mcast_rx_socket);
+        mcast_rx_socket = -1;
+    }
+}
+
+int mcast_broadcast() {
+    syslog(LOG_INFO, "Broadcasting interface status change message");
+    const sockaddr *destination = mcast_tx_addr != nullptr ? mcast_tx_addr->ai_addr : nullptr;
+    const socklen_t destination_len = mcast_tx_addr != nullptr ? mcast_tx_addr->ai_addrlen : 0;
+    for (int repeat = 0; repeat < NOTIFICATION_REPEATS; ++repeat) {
+        const ssize_t sent = sendto(mcast_tx_socket, NOTIFICATION, NOTIFICATION_LEN, 0, destination,
+                                    destination_len);
+        if (sent != static_cast<ssize_t>(NOTIFICATION_LEN)) {
+            syslog(LOG_ERR, "sendto() sent a different number of bytes than expected\n");
+            return -1;
+        }
+        usleep(REPEAT_SLEEP_US);
+    }
+    return 0;
+}
+
+int mcast_rx_loop() {
+    remote_link_change.store(0, std::memory_order_relaxed);
+    char buffer[RX_BUFFER_LEN];
+    for (;;) {
+        const ssize_t received =
+            recvfrom(mcast_rx_socket, buffer, RX_BUFFER_LEN - 1, 0, nullptr, nullptr);
+        if (received < 0) {
+            syslog(LOG_ERR, "recvfrom() failed\n");
+            return -1;
+        }
+        // End the text right behind this datagram's bytes: the buffer is
+        // reused, and a short datagram must not complete itself with the tail
+        // of an earlier, longer one (a 3-byte "swi" after the notification
+        // would otherwise read as "switch_daemon").
+        buffer[received] = '\0';
+        if (std::strcmp(buffer, NOTIFICATION) != 0)
+            continue;
+        remote_link_change.store(1, std::memory_order_relaxed);
+        syslog(LOG_INFO, "Received remote link change notification");
+    }
+}
+
+void *mcast_rx_thread(void *record) {
+    const auto *thread = static_cast<const ThreadRecord *>(record);
+    // The nice value belongs to this thread alone: setpriority on the kernel
+    // id of the thread, not on the process.
+    if (thread->policy == SCHED_OTHER)
+        setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), thread->nice_value);
+    mcast_rx_loop();
+    return nullptr;
+}
+
+int mcast_create_rx_thread() {
+    ThreadRecord &record = rx_thread_record;
+    record.start_routine = mcast_rx_thread;
+    record.nice_value = 0;
+    record.policy = SCHED_OTHER;
+    pthread_attr_init(&record.attributes);
+    pthread_attr_setinheritsched(&record.attributes, PTHREAD_EXPLICIT_SCHED);
+    pthread_attr_setschedpolicy(&record.attributes, record.policy);
+    const int rc =
+        pthread_create(&record.thread_id, &record.attributes, record.start_routine, &record);
+    if (rc != 0) {
+        syslog(LOG_ERR, "Could not create multicast rx srv thread. Exiting");
+        return rc;
+    }
+    return 0;
+}
