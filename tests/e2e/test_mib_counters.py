@@ -1,9 +1,9 @@
-"""MIB counters: showmib, clearmib and the tool's -M."""
+"""MIB counters: showmib and clearmib (the tool's -M is a console test)."""
 import subprocess
 
 import pytest
 
-from console_util import CONSOLE_END, CONSOLE_PREAMBLE, command_xfers, console_session
+from console_util import command_xfers, console_session, echo
 
 # Display order, with the chip counter each row shows: TxLateCollision (22)
 # comes after TxUnicastPkts.
@@ -15,7 +15,6 @@ ROWS += [(23, "TxPausePkts"), (24, "TxBroadcastPkts"), (25, "TxMulticastPkts"),
          (26, "TxUnicastPkts"), (22, "TxLateCollision"), (27, "TxDeferred"),
          (28, "TxTotalCollision"), (29, "TxExcessiveCollision"), (30, "TxSingleCollision"),
          (31, "TxMultiCollision"), ("rx", "RxDroppedPackets"), ("tx", "TxDroppedPackets")]
-ALL = "1           2           3           4           "
 
 
 def display(heading, columns, messages=""):
@@ -30,104 +29,80 @@ def display(heading, columns, messages=""):
 
 def table_reads(xfers):
     """Table addresses of the read actions (control 110, then address 111)."""
-    return [((c & 3) << 8) | a for (_, r1, c), (_, r2, a) in zip(xfers, xfers[1:])
-            if (r1, r2) == (110, 111)]
+    return [((c & 3) << 8) | a for (_, r1, c), (_, r2, a) in zip(xfers, xfers[1:]) if (r1, r2) == (110, 111)]
 
 
 def port_reads(ports):
     return [a for p in ports for a in [p * 32 + i for i in range(32)] + [0x100 + p, 0x105 + p]]
 
 
-@pytest.mark.parametrize("how", ["-M", "showmib", "showmib 256"])
-def test_display_by_columns_shows_port_indices_1_to_4(bench, how):
+@pytest.mark.parametrize("line", ["showmib", "showmib 256"])
+def test_display_by_columns_shows_port_indices_1_to_4(bench, line):
     for p in range(5):
         for i in range(32):
             bench.mib(p, i, 1000 * p + i)
         bench.dropped(0x100 + p, 10 + p)
         bench.dropped(0x105 + p, 20 + p)
-    expected = display(ALL, [dict({i: 1000 * p + i for i in range(32)}, tx=10 + p, rx=20 + p)
-                             for p in range(1, 5)])
-    if how == "-M":
-        res = bench.run(["-M"])
-        assert res.out == CONSOLE_PREAMBLE + "The argc is 0\n" + expected + CONSOLE_END
-    else:
-        arg = how.split()[1:]
-        echo = "".join(f"The token 1 is argv[0]={a} \n" for a in arg)
-        assert console_session(bench, how).outputs[0] == f"The argc is {len(arg)}\n{echo}{expected}"
+    assert console_session(bench, line).outputs[0] == echo(line) + display(
+        "1           2           3           4           ",
+        [dict({i: 1000 * p + i for i in range(32)}, tx=10 + p, rx=20 + p) for p in range(1, 5)])
     assert table_reads(command_xfers(bench)) == port_reads(range(5))
 
 
-@pytest.mark.parametrize("arg, shown", [(1, 0), (2, 1), (4, 3)])
-def test_single_port_reads_the_ports_below_it(bench, arg, shown):
+# A port number reads the ports up to its own; 0 gives the heading and the
+# labels alone.
+@pytest.mark.parametrize("arg, error", [
+    ("1", None), ("4", None), ("0", None), ("5", 5), ("-1", -1), ("3000000000", -1294967296)])
+def test_single_port(bench, arg, error):
     for p in range(5):
         bench.mib(p, 5, 10 + p)
         bench.dropped(0x100 + p, 20 + p)
         bench.dropped(0x105 + p, 30 + p)
-    out = console_session(bench, f"showmib {arg}").outputs[0]
-    assert out == f"The argc is 1\nThe token 1 is argv[0]={arg} \n" + display(
-        arg, [{5: 10 + shown, "tx": 20 + shown, "rx": 30 + shown}])
-    assert table_reads(command_xfers(bench)) == port_reads(range(shown + 1))
-
-
-@pytest.mark.parametrize("arg, typed", [("5", 5), ("-1", -1), ("2147483649", -2147483647),
-                                        ("3000000000", -1294967296), ("0", None)])
-def test_port_out_of_range(bench, arg, typed):
-    out = console_session(bench, f"showmib {arg}").outputs[0]
-    echo = f"The argc is 1\nThe token 1 is argv[0]={arg} \n"
-    if typed is None:  # port 0: heading, labels without values, no read
-        assert out == echo + display(0, [])
-    else:
-        assert out == echo + f"error: incorrect Switch port ({typed}) to set! \n"
-    assert command_xfers(bench) == []
-
-
-class LiveConsole:
-    """A console fed one line at a time, so the chip can change between commands."""
-
-    def __init__(self, bench):
-        self.proc = bench.spawn(["-C"], stdin=subprocess.PIPE)
-        self.prompts = 0
-        self._wait()
-
-    def _wait(self):
-        self.prompts += 1
-        assert self.proc.bench.wait_for(lambda: self.proc.output().count("=>") >= self.prompts)
-
-    def __call__(self, line):
-        self.proc.popen.stdin.write(line.encode() + b"\n")
-        self.proc.popen.stdin.flush()
-        self._wait()
-        # output() reads text with universal newlines: the echo ends in "\n".
-        return self.proc.output().split("=>")[-2].partition("\n")[2]
-
-    def close(self):
-        self.proc.popen.stdin.write(b"exit\n")
-        self.proc.popen.stdin.close()
-        assert self.proc.wait() == 0
+    n = 0 if error else int(arg)
+    assert console_session(bench, f"showmib {arg}").outputs[0] == echo(f"showmib {arg}") + (
+        display(n, [{5: 9 + n, "tx": 19 + n, "rx": 29 + n}] if n else [])
+        if error is None else f"error: incorrect Switch port ({error}) to set! \n")
+    assert table_reads(command_xfers(bench)) == port_reads(range(n))
 
 
 def test_counts_add_up_over_reads(bench):
-    con = LiveConsole(bench)
-    head = "The argc is 1\nThe token 1 is argv[0]=2 \n"
+    proc = bench.spawn(["-C"], stdin=subprocess.PIPE)  # a console fed one line at a time
+    prompts = [0]
+
+    def command(line):
+        if line:
+            proc.popen.stdin.write(line.encode() + b"\n")
+            proc.popen.stdin.flush()
+        prompts[0] += 1
+        assert bench.wait_for(lambda: proc.output().count("=>") >= prompts[0])
+        # output() reads text with universal newlines: the echo ends in "\n".
+        return proc.output().split("=>")[-2].partition("\n")[2]
+
+    command("")
     bench.mib(1, 0, 100)
     bench.mib(1, 1, 5, overflow=True)
     bench.mib(1, 2, 0x3FFFFFFF)
     bench.dropped(0x101, 0xFFF0)
     bench.dropped(0x106, 7)
-    assert con("showmib 2") == head + display(2, [{0: 100, 1: 0x40000005, 2: 0x3FFFFFFF,
-                                                    "tx": 0xFFF0, "rx": 7}])
+    out = command("showmib 2")
+    assert out.startswith("The argc is 1\nThe token 1 is argv[0]=2 \n\n                 Port:        2\n\n"
+                          "RxLoPriorityByte     :      100    \nRxHiPriorityByte     : 1073741829    \n")
+    assert out.endswith("\nRxDroppedPackets     :        7    \nTxDroppedPackets     :    65520    \n")
+    assert out == echo("showmib 2") + display(2, [{0: 100, 1: 0x40000005, 2: 0x3FFFFFFF, "tx": 0xFFF0, "rx": 7}])
     bench.mib(1, 0, 23)
     bench.mib(1, 1, 0x3FFFFFFB, overflow=True)  # the sum passes bit 31: shown negative
     bench.mib(1, 2, 1)
     bench.dropped(0x101, 1)  # the free-running count wrapped: 17 more
-    assert con("showmib 2") == head + display(2, [{0: 123, 1: -0x40000000, 2: 0x40000000,
-                                                    "tx": 0x10001, "rx": 7}])
+    assert command("showmib 2") == echo("showmib 2") + display(
+        2, [{0: 123, 1: -0x40000000, 2: 0x40000000, "tx": 0x10001, "rx": 7}])
     bench.mib(1, 0, 50)
-    assert con("clearmib") == "The argc is 0\n"
+    assert command("clearmib") == "The argc is 0\n"
     bench.mib(1, 0, 9)
     bench.dropped(0x101, 3)
-    assert con("showmib 2") == head + display(2, [{0: 9, "tx": 0x10003, "rx": 7}])
-    con.close()
+    assert command("showmib 2") == echo("showmib 2") + display(2, [{0: 9, "tx": 0x10003, "rx": 7}])
+    proc.popen.stdin.write(b"exit\n")
+    proc.popen.stdin.close()
+    assert proc.wait() == 0
 
 
 @pytest.mark.parametrize("k, ready", [(99, True), (100, False)])
@@ -136,11 +111,8 @@ def test_counter_not_ready(bench, k, ready):
     bench.mib(0, 31, 5)
     bench.dropped(0x105, 4)
     bench.notready("mib", k)
-    out = console_session(bench, "showmib 1").outputs[0]
     missing = "" if ready else "".join(
-        f"HardwareReadMIBCounter: This MIB count (0x{i:x}) is not ready for read\n"
-        for i in range(32))
-    assert out == "The argc is 1\nThe token 1 is argv[0]=1 \n" + display(
+        f"HardwareReadMIBCounter: This MIB count (0x{i:x}) is not ready for read\n" for i in range(32))
+    assert console_session(bench, "showmib 1").outputs[0] == echo("showmib 1") + display(
         1, [{0: 77, 31: 5, "rx": 4} if ready else {"rx": 4}], missing)
-    polls = [x for x in command_xfers(bench) if x[:2] == ("R", 117)]
-    assert len(polls) == 32 * 100
+    assert len([x for x in command_xfers(bench) if x[:2] == ("R", 117)]) == 32 * 100
