@@ -97,6 +97,8 @@ struct Context {
     char ident[64];
     int log_option;
     int log_facility;
+    // ZORVI_REAL_SYSLOG: the messages also go to the real syslog (/dev/log)
+    bool real_syslog;
 };
 
 Context g;
@@ -108,6 +110,7 @@ void init_once() {
         return;
     std::strcpy(g.sb, sb);
     g.st = zb::state_map(g.sb);
+    g.real_syslog = getenv("ZORVI_REAL_SYSLOG") != nullptr;
     g.active = true;
 }
 
@@ -804,6 +807,19 @@ void escape(char *out, size_t size, const char *in) {
     out[o] = '\0';
 }
 
+// With ZORVI_REAL_SYSLOG the message goes to the real syslog as well, for the
+// tests with a real syslog receiver; the caller's errno stays for %m.
+void real_vsyslog(int pri, const char *fmt, va_list ap) {
+    if (!g.real_syslog)
+        return;
+    const int saved = errno;
+    va_list copy;
+    va_copy(copy, ap);
+    real_fn(r_vsyslog, "vsyslog")(pri, fmt, copy);
+    va_end(copy);
+    errno = saved;
+}
+
 void bench_vsyslog(int pri, const char *fmt, va_list ap) {
     char msg[2048];
     std::vsnprintf(msg, sizeof msg, fmt ? fmt : "", ap); // errno is still the caller's for %m
@@ -1007,10 +1023,12 @@ void openlog(const char *ident, int option, int facility) {
     g.log_facility = facility;
     Guard guard;
     event_locked("openlog %d %s %d %d", getpid(), g.ident, option, facility);
+    if (g.real_syslog)
+        real_fn(r_openlog, "openlog")(ident, option, facility);
 }
 
 void closelog(void) {
-    if (!active())
+    if (!active() || g.real_syslog)
         real_fn(r_closelog, "closelog")();
 }
 
@@ -1018,6 +1036,7 @@ void vsyslog(int pri, const char *fmt, va_list ap) {
     if (!active())
         return real_fn(r_vsyslog, "vsyslog")(pri, fmt, ap);
     ErrnoKeeper keep;
+    real_vsyslog(pri, fmt, ap);
     bench_vsyslog(pri, fmt, ap);
 }
 
@@ -1028,6 +1047,7 @@ void syslog(int pri, const char *fmt, ...) {
         real_fn(r_vsyslog, "vsyslog")(pri, fmt, ap);
     } else {
         ErrnoKeeper keep;
+        real_vsyslog(pri, fmt, ap);
         bench_vsyslog(pri, fmt, ap);
     }
     va_end(ap);
@@ -1037,6 +1057,7 @@ void __vsyslog_chk(int pri, int flag, const char *fmt, va_list ap) {
     if (!active())
         return real_fn(r_vsyslog_chk, "__vsyslog_chk")(pri, flag, fmt, ap);
     ErrnoKeeper keep;
+    real_vsyslog(pri, fmt, ap);
     bench_vsyslog(pri, fmt, ap);
 }
 
@@ -1047,6 +1068,7 @@ void __syslog_chk(int pri, int flag, const char *fmt, ...) {
         real_fn(r_vsyslog_chk, "__vsyslog_chk")(pri, flag, fmt, ap);
     } else {
         ErrnoKeeper keep;
+        real_vsyslog(pri, fmt, ap);
         bench_vsyslog(pri, fmt, ap);
     }
     va_end(ap);

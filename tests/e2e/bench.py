@@ -162,7 +162,10 @@ class Bench:
 
     def _env(self):
         env = dict(os.environ)
-        env["LD_PRELOAD"] = str(PRELOAD)
+        # The qemu-user run (tests/qemu/run-e2e.sh) names the library with
+        # "$LIB", which the host's and the emulated board's dynamic loaders
+        # each expand to their own library directory.
+        env["LD_PRELOAD"] = os.environ.get("ZORVI_BENCH_PRELOAD", str(PRELOAD))
         env["ZORVI_SANDBOX"] = str(self.sb)
         asan = env.get("ASAN_OPTIONS")
         env["ASAN_OPTIONS"] = (asan + ":" if asan else "") + "verify_asan_link_order=0"

@@ -1,0 +1,289 @@
+"""The installed system: the tree that `cmake --install` lays out under a
+prefix and DESTDIR, the man pages as man renders them, the systemd unit, and
+the init script starting and stopping the daemon on the simulated board."""
+
+import os
+import re
+import shutil
+import stat
+import subprocess
+from pathlib import Path
+
+import pytest
+
+from bench import BUILD, SWITCH_CONFIG
+from console_util import console_session
+
+INIT_SCRIPT = "S60switch_daemon"
+DAEMON_PID_FILE = "/var/run/switch_daemon.pid"
+NAND_STATUS = "Zorvi HPB-NAND KSZ8864 MANAGED port1_link UP port2_link UP daemon NONE\n"
+
+
+def install(prefix, destdir=None):
+    """Installs the build tree; returns the root under which the files lie."""
+    env = dict(os.environ)
+    env.pop("DESTDIR", None)
+    if destdir is not None:
+        env["DESTDIR"] = str(destdir)
+    res = subprocess.run(["cmake", "--install", str(BUILD), "--prefix", str(prefix)],
+                         env=env, capture_output=True, text=True)
+    assert res.returncode == 0, res.stdout + res.stderr
+    return Path(destdir) if destdir is not None else Path("/")
+
+
+def tree(root):
+    """{relative path: (kind, permission bits or link target)} of the files."""
+    out = {}
+    for path in sorted(root.rglob("*")):
+        rel = str(path.relative_to(root))
+        st = path.lstat()
+        if stat.S_ISLNK(st.st_mode):
+            out[rel] = ("link", os.readlink(path))
+        elif stat.S_ISREG(st.st_mode):
+            out[rel] = ("file", stat.S_IMODE(st.st_mode))
+    return out
+
+
+def elf_machine(path):
+    with open(path, "rb") as f:
+        header = f.read(20)
+    assert header[:4] == b"\x7fELF", path
+    return int.from_bytes(header[18:20], "little")
+
+
+def cache_value(name):
+    for line in (BUILD / "CMakeCache.txt").read_text().splitlines():
+        if line.startswith(name + ":"):
+            return line.split("=", 1)[1]
+    return ""
+
+
+# -- the installed tree -----------------------------------------------------------
+
+
+def expected_tree(prefix, etc):
+    return {
+        f"{prefix}/sbin/switch_config": ("file", 0o755),
+        f"{prefix}/sbin/switch_daemon": ("link", "switch_config"),
+        f"{prefix}/share/man/man8/switch_config.8": ("file", 0o644),
+        f"{prefix}/share/man/man8/switch_daemon.8": ("file", 0o644),
+        f"{prefix}/lib/systemd/system/switch_daemon.service": ("file", 0o644),
+        f"{etc}/init.d/{INIT_SCRIPT}": ("file", 0o755),
+        f"{etc}/default/switch_daemon": ("file", 0o644),
+    }
+
+
+@pytest.mark.parametrize("prefix,etc", [
+    ("/usr", "etc"),  # the configuration of the prefix /usr lives in /etc
+    ("/usr/local", "usr/local/etc"),
+    ("/opt/zorvi", "opt/zorvi/etc"),
+])
+def test_staged_install_lays_out_the_tree(tmp_path, prefix, etc):
+    root = install(prefix, destdir=tmp_path / "stage")
+    p = prefix.lstrip("/")
+    assert tree(root) == expected_tree(p, etc)
+    # The scripts name the installed paths, not the staging directory.
+    script = (root / etc / "init.d" / INIT_SCRIPT).read_text()
+    unit = (root / p / "lib/systemd/system/switch_daemon.service").read_text()
+    conf = "/" + etc
+    assert f"DAEMON={prefix}/sbin/switch_daemon\n" in script
+    assert f". {conf}/default/switch_daemon\n" in script
+    assert f"ExecStart={prefix}/sbin/switch_daemon -D ${{SWITCH_DAEMON_DEVICE}}\n" in unit
+    assert f"EnvironmentFile=-{conf}/default/switch_daemon\n" in unit
+    assert str(tmp_path) not in script + unit
+
+
+def test_installed_executable_is_the_build_output(tmp_path):
+    root = install("/usr", destdir=tmp_path / "stage")
+    sbin = root / "usr/sbin"
+    assert elf_machine(sbin / "switch_config") == elf_machine(SWITCH_CONFIG)
+    if cache_value("SWITCH_STRIP_ON_INSTALL") == "ON":
+        # Stripped on install: the size the build's size check measured.
+        stripped = BUILD / "switch_config.stripped"
+        assert (sbin / "switch_config").stat().st_size == stripped.stat().st_size
+    else:
+        assert (sbin / "switch_config").read_bytes() == SWITCH_CONFIG.read_bytes()
+    assert (sbin / "switch_daemon").resolve() == (sbin / "switch_config").resolve()
+
+
+def test_install_without_destdir_honours_the_prefix(tmp_path):
+    prefix = tmp_path / "prefix"
+    install(prefix)
+    got = tree(prefix)
+    assert got["sbin/switch_daemon"] == ("link", "switch_config")
+    assert got[f"etc/init.d/{INIT_SCRIPT}"] == ("file", 0o755)
+    assert f"DAEMON={prefix}/sbin/switch_daemon\n" in (prefix / "etc/init.d" / INIT_SCRIPT).read_text()
+
+
+def test_buildroot_package_writes_the_start_scripts_as_cmake_does(tmp_path):
+    """The Buildroot package makes the start scripts from the same templates
+    with its own substitutions: they must come out as CMake's for /usr."""
+    repo = Path(__file__).resolve().parents[2]
+    mk = (repo / "packaging/buildroot/package/zorvi-switch/zorvi-switch.mk").read_text()
+    script = re.search(r"^ZORVI_SWITCH_SUBSTITUTIONS = (.*)$", mk, re.M).group(1)
+    root = install("/usr", destdir=tmp_path / "stage")
+    for template, installed in [
+        ("init.d/switch_daemon.in", f"etc/init.d/{INIT_SCRIPT}"),
+        ("systemd/switch_daemon.service.in", "usr/lib/systemd/system/switch_daemon.service"),
+    ]:
+        res = subprocess.run(["sed", "-e", script, str(repo / "packaging" / template)],
+                             capture_output=True, text=True, check=True)
+        assert "@" not in res.stdout
+        assert res.stdout == (root / installed).read_text()
+
+
+# -- man pages -----------------------------------------------------------------------
+
+
+def render(page):
+    env = dict(os.environ, MANWIDTH="80", LC_ALL="C.UTF-8", MAN_KEEP_FORMATTING="")
+    env.pop("MANPAGER", None)
+    env.pop("PAGER", None)
+    res = subprocess.run(["man", "--warnings", "-E", "UTF-8", "-l", str(page)],
+                         env=env, capture_output=True, text=True)
+    return res
+
+
+@pytest.mark.skipif(shutil.which("man") is None, reason="man-db is not installed")
+@pytest.mark.parametrize("name", ["switch_config", "switch_daemon"])
+def test_man_page_renders_without_warnings(tmp_path, name):
+    root = install("/usr", destdir=tmp_path / "stage")
+    res = render(root / f"usr/share/man/man8/{name}.8")
+    assert (res.returncode, res.stderr) == (0, "")
+    lines = res.stdout.splitlines()
+    assert lines[0].split() == [f"{name.upper()}(8)", "System", "Administration", f"{name.upper()}(8)"]
+    for section in ["NAME", "SYNOPSIS", "DESCRIPTION", "OPTIONS", "EXIT STATUS", "FILES",
+                    "SIGNALS", "SYSLOG", "NOTES", "EXAMPLES", "SEE ALSO"]:
+        assert section in lines, section
+
+
+def test_man_page_names_every_console_command(bench):
+    """Every command that the console's help lists has its entry."""
+    help_text = console_session(bench, "help").outputs[0]
+    commands = {m.group(1) for m in re.finditer(r"^([a-z0-9]+) [^=\n]*-- ", help_text, re.M)}
+    assert len(commands) == 47
+    source = (Path(__file__).resolve().parents[2] / "packaging/man/switch_config.8").read_text()
+    section = source[source.index("The commands, with"):source.index(".SH PROCESS LOOKUP")]
+    bold = set()
+    for line in section.splitlines():
+        if line.startswith((".B ", ".BI ", ".BR ")):
+            bold |= set(re.findall(r"\b[a-z0-9]+\b", line.split(" ", 1)[1]))
+    assert sorted(commands - bold) == []
+
+
+@pytest.mark.skipif(shutil.which("systemd-analyze") is None, reason="systemd is not installed")
+def test_systemd_unit_verifies(tmp_path):
+    prefix = tmp_path / "prefix"
+    install(prefix)
+    unit = prefix / "lib/systemd/system/switch_daemon.service"
+    res = subprocess.run(["systemd-analyze", "verify", "--man=no", str(unit)],
+                         capture_output=True, text=True)
+    assert (res.returncode, res.stdout, res.stderr) == (0, "", "")
+    text = unit.read_text()
+    assert "Type=forking\n" in text and "PIDFile=/run/switch_daemon.pid\n" in text
+
+
+# -- the init script on the simulated board ----------------------------------------------
+
+class InitScript:
+    """The init script of an install under a prefix of the test's own."""
+
+    def __init__(self, bench, tmp_path):
+        self.prefix = tmp_path / "prefix"
+        install(self.prefix)
+        self.path = self.prefix / "etc/init.d" / INIT_SCRIPT
+        self.defaults = self.prefix / "etc/default/switch_daemon"
+        self.bench = bench
+
+    def __call__(self, action):
+        return self.bench.run([action], argv0=str(self.path), prog=self.path)
+
+    def daemons(self):
+        return self.bench.ns_pids("switch_daemon")
+
+    def pid_file(self):
+        return int(self.bench.path(DAEMON_PID_FILE).read_text())
+
+
+@pytest.fixture
+def init_script(bench, tmp_path):
+    bench.net_up()
+    bench.timescale(20)
+    return InitScript(bench, tmp_path)
+
+
+def test_init_script_starts_and_stops_the_daemon(init_script):
+    res = init_script("start")
+    pid = init_script.pid_file()
+    assert (res.rc, res.err) == (0, "")
+    assert res.out == ("Starting switch_daemon\nrunning as daemon\n" + NAND_STATUS
+                       + f"switch_daemon started (pid {pid})\n")
+    assert init_script.daemons() == [pid]
+
+    res = init_script("start")
+    assert (res.rc, res.out) == (0, f"switch_daemon is already running (pid {pid})\n")
+    res = init_script("status")
+    assert (res.rc, res.out) == (0, f"switch_daemon is running (pid {pid})\n")
+    assert init_script.daemons() == [pid]
+
+    res = init_script("stop")
+    assert (res.rc, res.out, res.err) == (0, f"Stopping switch_daemon (pid {pid})\nswitch_daemon stopped\n", "")
+    # stop returns only once the process is gone.
+    assert init_script.daemons() == []
+
+    res = init_script("status")
+    assert (res.rc, res.out) == (3, "switch_daemon is not running\n")
+    res = init_script("stop")
+    assert (res.rc, res.out) == (0, "switch_daemon is not running\n")
+
+
+def test_init_script_restart_replaces_the_daemon(init_script):
+    assert init_script("start").rc == 0
+    old = init_script.pid_file()
+    res = init_script("restart")
+    new = init_script.pid_file()
+    assert res.rc == 0 and new != old
+    assert res.out.startswith(f"Stopping switch_daemon (pid {old})\nswitch_daemon stopped\nStarting switch_daemon\n")
+    assert res.out.endswith(f"switch_daemon started (pid {new})\n")
+    assert init_script.daemons() == [new]
+    assert init_script("stop").rc == 0
+
+
+@pytest.mark.parametrize("content", [None, "", "garbage\n", "other"])
+def test_init_script_trusts_the_pid_file_only_for_a_running_daemon(init_script, content):
+    """The daemon never removes its pid file: a stale one, or one whose pid now
+    belongs to another process, must not be mistaken for the daemon."""
+    bench = init_script.bench
+    pid_file = bench.path(DAEMON_PID_FILE)
+    other = bench.spawn(["60"], argv0="sleep", prog="/bin/sleep")
+    if content == "other":
+        content = f"{other.nspid}\n"
+    if content is not None:
+        pid_file.write_text(content)
+    res = init_script("stop")
+    assert (res.rc, res.out) == (0, "switch_daemon is not running\n")
+    assert init_script("status").rc == 3
+    assert other.nspid in bench.ns_pids("sleep")
+
+
+def test_init_script_passes_the_device_from_the_defaults_file(init_script):
+    bench = init_script.bench
+    (bench.sb / "dev/spidev1.0").touch()
+    init_script.defaults.write_text(init_script.defaults.read_text() + "SWITCH_DAEMON_DEVICE=/dev/spidev1.0\n")
+    assert init_script("start").rc == 0
+    pid = init_script.pid_file()
+    opened = [e.args[0] for e in bench.events() if e.kind == "open" and e.args[-1] == "ok=1"]
+    assert opened[0] == "/dev/spidev1.0" and "/dev/spidev0.0" not in opened
+    assert init_script.daemons() == [pid]
+    assert init_script("stop").rc == 0
+
+
+def test_init_script_reports_a_daemon_that_does_not_start(init_script):
+    bench = init_script.bench
+    bench.managed(False)
+    bench.fault("gpio-stuck")
+    res = init_script("start")
+    assert res.rc == 1
+    assert res.out == ("Starting switch_daemon\nrunning as daemon\n"
+                       " Oops could not put switch in managed mode\nswitch_daemon did not start\n")
+    assert init_script.daemons() == []

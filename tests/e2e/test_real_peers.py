@@ -1,0 +1,222 @@
+"""The daemon among the real services it talks to, from Debian's packages: a
+syslog receiver at /dev/log (BusyBox syslogd), an independent multicast
+listener (socat), avahi-autoipd on the board's eth0 and avahi-daemon without
+D-Bus. The chip is the bench's; everything runs in the test's own PID, mount
+and network namespaces, with a /dev and a /run of their own, so that nothing
+reaches the host."""
+
+import re
+import shutil
+import signal
+import subprocess
+
+import pytest
+
+from bench import wait_for
+
+PEERS = ["avahi-daemon", "avahi-autoipd", "busybox", "socat"]
+NOTIFICATION = b"switch_daemon\0"
+STATUS = "Zorvi HPB-NAND KSZ8864 MANAGED port1_link UP port2_link UP daemon NONE\n"
+
+
+def missing_peers():
+    missing = [p for p in PEERS if shutil.which(p) is None]
+    if "busybox" not in missing:
+        applets = subprocess.run(["busybox", "--list"], capture_output=True, text=True).stdout.split()
+        if "syslogd" not in applets:
+            missing.append("busybox syslogd")
+    return missing
+
+
+pytestmark = pytest.mark.skipif(
+    bool(missing_peers()),
+    reason=f"the real peers are not installed ({', '.join(missing_peers())}): tools/install-deps.sh")
+
+# A /dev of the namespace's own (a tmpfs with the host's basic devices bound
+# into it), so that the syslog receiver's /dev/log is the test's; /run is the
+# board's /var/run, where the bench library puts the product's pid files and
+# where the avahi services write theirs; eth0 is one end of a veth pair.
+NAMESPACE_SETUP = r"""
+set -e
+tmp=$1 run=$2
+nodes="null zero full random urandom tty"
+mkdir -p "$tmp/devnodes"
+for node in $nodes; do
+    touch "$tmp/devnodes/$node"
+    mount --bind "/dev/$node" "$tmp/devnodes/$node"
+done
+mount -t tmpfs -o mode=0755 boarddev /dev
+for node in $nodes; do
+    touch "/dev/$node"
+    mount --bind "$tmp/devnodes/$node" "/dev/$node"
+    umount "$tmp/devnodes/$node"
+done
+mount --bind "$run" /run
+ip link add eth0 type veth peer name eth0-peer
+ip link set eth0 up
+ip link set eth0-peer up
+"""
+
+AVAHI_CONF = """\
+[server]
+host-name=zorvi-board
+use-ipv4=yes
+use-ipv6=yes
+enable-dbus=no
+
+[publish]
+publish-hinfo=no
+publish-workstation=no
+"""
+
+# BusyBox syslogd's line: date, host, facility.level, tag[pid]: message
+SYSLOG_LINE = re.compile(r"^\w{3} [ \d]\d \d\d:\d\d:\d\d \S+ (\w+)\.(\w+) (\S+?)\[(\d+)\]: (.*)$")
+
+
+class Board:
+    """The simulated board with the real peers running beside the daemon."""
+
+    def __init__(self, bench, tmp_path):
+        self.bench = bench
+        self.tmp = tmp_path
+        # No route for the group on lo: eth0 carries it, as on the board.
+        bench.net_up(route=False)
+        self.sh(NAMESPACE_SETUP, str(tmp_path), str(bench.path("/var/run")))
+        self.syslog_path = tmp_path / "syslog"
+        self.datagram_path = tmp_path / "datagrams"
+
+    def sh(self, script, *args, timeout=30):
+        """A plain shell script inside the test's namespaces."""
+        res = self.bench.ns_run(["sh", "-c", script, "sh", *args], timeout=timeout)
+        assert res.rc == 0, res.err
+        return res
+
+    def start_syslog(self):
+        self.sh('busybox syslogd -n -O "$1" </dev/null >"$1.out" 2>&1 &', str(self.syslog_path))
+        assert wait_for(lambda: self.bench.ns_run(["test", "-S", "/dev/log"]).rc == 0, timeout=10)
+
+    def syslog(self, tag=None):
+        """(facility, level, tag, pid, message) of each received line."""
+        if not self.syslog_path.exists():
+            return []
+        out = []
+        for line in self.syslog_path.read_text(errors="replace").splitlines():
+            m = SYSLOG_LINE.match(line)
+            if m and (tag is None or m.group(3) == tag):
+                out.append((m.group(1), m.group(2), m.group(3), int(m.group(4)), m.group(5)))
+        return out
+
+    def messages(self, tag, pid=None):
+        return [(level, text) for _, level, _, p, text in self.syslog(tag) if pid is None or p == pid]
+
+    def start_listener(self):
+        self.sh('socat -u "UDP6-RECV:4873,reuseaddr,ipv6-join-group=[ff01::1]:eth0" '
+                '"OPEN:$1,creat,append" </dev/null >"$1.out" 2>&1 &', str(self.datagram_path))
+
+        def joined():
+            # Probes until the listener has one; they hold no notification.
+            self.sh('printf probe | socat -u - "UDP6-SENDTO:[ff01::1]:4873"')
+            return self.datagram_path.exists() and self.datagram_path.stat().st_size > 0
+        assert wait_for(joined, timeout=10), (self.tmp / "datagrams.out").read_text()
+
+    def notifications(self):
+        return self.datagram_path.read_bytes().count(NOTIFICATION)
+
+    def start_autoipd(self):
+        # -w: back once it holds an address (probing takes some ten seconds).
+        self.sh('avahi-autoipd -D -w --no-drop-root --no-chroot --force-bind eth0 '
+                '</dev/null >"$1/autoipd.out" 2>&1', str(self.tmp), timeout=60)
+        self.autoipd_pid = int(self.bench.path("/var/run/avahi-autoipd.eth0.pid").read_text())
+        assert wait_for(self.autoipd_bound, timeout=10)
+        assert ("info", "Successfully claimed IP address " + self.eth0_address()) in \
+            self.messages("avahi-autoipd(eth0)", self.autoipd_pid)
+
+    def eth0_address(self):
+        out = self.bench.ns_run(["ip", "-4", "-o", "addr", "show", "dev", "eth0"]).out
+        return re.search(r"inet (169\.254\.\d+\.\d+)/16", out).group(1)
+
+    def autoipd_bound(self):
+        """avahi-autoipd holds its address and announces nothing (its process
+        title says "bound"): only then does SIGHUP make it announce again."""
+        title = self.bench.ns_run(["cat", f"/proc/{self.autoipd_pid}/cmdline"]).out
+        return " bound " in title
+
+    def reannouncements(self):
+        return self.messages("avahi-autoipd(eth0)", self.autoipd_pid).count(("info", "Reannouncing address."))
+
+    def start_avahi_daemon(self):
+        conf = self.tmp / "avahi-daemon.conf"
+        conf.write_text(AVAHI_CONF)
+        self.avahi_status = self.tmp / "avahi-daemon.status"
+        # In the foreground under a shell that records how it ended.
+        self.sh('(avahi-daemon -s --no-drop-root --no-chroot --no-rlimits -f "$1/avahi-daemon.conf"; '
+                'echo $? >"$1/avahi-daemon.status") </dev/null >"$1/avahi-daemon.out" 2>&1 &', str(self.tmp))
+        pid_file = self.bench.path("/var/run/avahi-daemon/pid")
+        assert wait_for(lambda: pid_file.exists() and pid_file.read_text().strip().isdigit(), timeout=20)
+        self.avahi_pid = int(pid_file.read_text())
+        assert wait_for(lambda: any(text.startswith("Server startup complete.")
+                                    for _, text in self.messages("avahi-daemon", self.avahi_pid)), timeout=20)
+
+
+@pytest.fixture
+def board(bench, tmp_path, monkeypatch):
+    # The product's syslog goes to the real /dev/log as well as to the bench's log.
+    monkeypatch.setenv("ZORVI_REAL_SYSLOG", "1")
+    b = Board(bench, tmp_path)
+    b.start_syslog()
+    b.start_autoipd()  # some ten seconds, in which eth0's IPv6 address becomes usable too
+    b.start_listener()
+    b.start_avahi_daemon()
+    return b
+
+
+def test_daemon_with_real_syslog_multicast_and_avahi(board):
+    bench = board.bench
+    bench.timescale(20)
+    res = bench.run([], argv0="switch_daemon")
+    assert (res.rc, res.out, res.err) == (0, "running as daemon\n" + STATUS, "")
+    pid_file = bench.path("/var/run/switch_daemon.pid")
+    assert wait_for(lambda: pid_file.exists() and pid_file.read_text().endswith("\n"))
+    pid = int(pid_file.read_text())
+
+    def daemon_log():
+        return board.messages("switch_daemon", pid)
+
+    notified_autoipd = ("info", f"Remote link change notified to avahi-autoipd on pid {board.autoipd_pid}")
+    notified_avahi = ("info", f"Remote link change notified to avahi-daemon on pid {board.avahi_pid}")
+    received = ("info", "Received remote link change notification")
+    broadcasting = ("info", "Broadcasting interface status change message")
+
+    # Start-up: the first announcement, looped back, ends in a refresh.
+    assert wait_for(lambda: notified_avahi in daemon_log(), timeout=30), daemon_log()
+    assert [m for m in daemon_log() if m != received] == [
+        ("info", "Multicast Rx Server UP"),
+        ("info", "Multicast Tx Client UP"),
+        broadcasting,
+        notified_autoipd,
+        notified_avahi,
+    ]
+    assert daemon_log().count(received) == 3
+    assert board.syslog("switch_daemon")[0][0] == "daemon"
+    assert board.notifications() == 3
+    assert board.datagram_path.read_bytes().endswith(NOTIFICATION * 3)
+    # avahi-autoipd announced its address again; stock avahi-daemon has no
+    # handler for SIGUSR2, which ended it.
+    assert wait_for(lambda: board.reannouncements() == 1, timeout=10), board.syslog()
+    assert wait_for(lambda: board.avahi_status.exists(), timeout=10)
+    assert int(board.avahi_status.read_text()) == 128 + signal.SIGUSR2
+
+    # A pulled cable: logged, announced, and refreshed again; avahi-daemon is
+    # gone by now.
+    assert wait_for(board.autoipd_bound, timeout=10)
+    bench.link(1, False)
+    not_notified = ("err", "Could not notify avahi-daemon")
+    assert wait_for(lambda: not_notified in daemon_log(), timeout=30), daemon_log()
+    assert [m for m in daemon_log() if m != received][5:] == [
+        ("info", "port1_link DOWN port2_link UP"),
+        broadcasting,
+        notified_autoipd,
+        not_notified,
+    ]
+    assert board.notifications() == 6
+    assert wait_for(lambda: board.reannouncements() == 2, timeout=10), board.syslog()
