@@ -3,7 +3,10 @@ import sys
 
 import pytest
 
-sys.path.insert(0, os.path.dirname(__file__))
+# The bench's Python side lives with the bench; the test helpers live here.
+HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path.insert(0, HERE)
+sys.path.insert(0, os.path.join(HERE, "..", "..", "testbench"))
 
 from bench import Bench  # noqa: E402
 

@@ -28,7 +28,7 @@ import time
 from pathlib import Path
 
 REPO = Path(__file__).resolve().parents[2]
-sys.path.insert(0, str(REPO / "tests" / "e2e"))
+sys.path.insert(0, str(REPO / "testbench"))
 
 from bench import SWITCH_CONFIG, Bench, wait_for  # noqa: E402
 

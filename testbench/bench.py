@@ -12,7 +12,7 @@ import subprocess
 import time
 from pathlib import Path
 
-REPO = Path(__file__).resolve().parents[2]
+REPO = Path(__file__).resolve().parents[1]
 BUILD = Path(os.environ.get("SWITCH_BUILD_DIR", REPO / "build")).resolve()
 BENCH_DIR = BUILD / "testbench"
 BENCHCTL = BENCH_DIR / "benchctl"
