@@ -478,16 +478,19 @@ ssize_t gpio_write(int fd, FdInfo &info, const void *buf, size_t n) {
 
 // Copies between the program's memory and the bench's, failing with EFAULT on
 // an address the program could not use either (the kernel's copy_*_user).
-bool from_user(void *dst, const void *src, size_t n) {
+bool user_copy(void *dst, const void *src, size_t n, bool to_program) {
     if (n == 0)
         return true;
-    iovec local{dst, n};
-    iovec remote{const_cast<void *>(src), n};
-    long r = syscall(SYS_process_vm_readv, getpid(), &local, 1, &remote, 1, 0);
+    void *program = to_program ? dst : const_cast<void *>(src);
+    void *bench = to_program ? const_cast<void *>(src) : dst;
+    iovec local{bench, n};
+    iovec remote{program, n};
+    long r = syscall(to_program ? SYS_process_vm_writev : SYS_process_vm_readv, getpid(), &local, 1,
+                     &remote, 1, 0);
     if (r == static_cast<long>(n))
         return true;
     if (r < 0 && (errno == ENOSYS || errno == EPERM)) {
-        if (!src)
+        if (!program)
             return false;
         std::memcpy(dst, src, n);
         return true;
@@ -495,21 +498,12 @@ bool from_user(void *dst, const void *src, size_t n) {
     return false;
 }
 
+bool from_user(void *dst, const void *src, size_t n) {
+    return user_copy(dst, src, n, false);
+}
+
 bool to_user(void *dst, const void *src, size_t n) {
-    if (n == 0)
-        return true;
-    iovec local{const_cast<void *>(src), n};
-    iovec remote{dst, n};
-    long r = syscall(SYS_process_vm_writev, getpid(), &local, 1, &remote, 1, 0);
-    if (r == static_cast<long>(n))
-        return true;
-    if (r < 0 && (errno == ENOSYS || errno == EPERM)) {
-        if (!dst)
-            return false;
-        std::memcpy(dst, src, n);
-        return true;
-    }
-    return false;
+    return user_copy(dst, src, n, true);
 }
 
 // The simulated controller: mode 0 to 3, CS_HIGH and LSB_FIRST; 1 to 32 bits
