@@ -26,5 +26,5 @@ cmake --preset arm
 cmake --build --preset arm -j2
 
 if command -v qemu-arm >/dev/null 2>&1; then
-    SWITCH_BUILD_DIR="$PWD/build-arm" SWITCH_HOST_BUILD_DIR="$PWD/build" tests/qemu/run-e2e.sh -q
+    SWITCH_BUILD_DIR="$PWD/build-arm" SWITCH_HOST_BUILD_DIR="$PWD/build" testbench/qemu/run-e2e.sh -q
 fi

@@ -162,7 +162,7 @@ class Bench:
 
     def _env(self):
         env = dict(os.environ)
-        # The qemu-user run (tests/qemu/run-e2e.sh) names the library with
+        # The qemu-user run (testbench/qemu/run-e2e.sh) names the library with
         # "$LIB", which the host's and the emulated board's dynamic loaders
         # each expand to their own library directory.
         env["LD_PRELOAD"] = os.environ.get("ZORVI_BENCH_PRELOAD", str(PRELOAD))

@@ -5,7 +5,7 @@
 #                                check, the ARM cross compiler, and the real
 #                                services of the daemon's integration test
 #   tools/install-deps.sh qemu   also qemu-user, for the end-to-end suite on
-#                                the ARM executable (tests/qemu/run-e2e.sh)
+#                                the ARM executable (testbench/qemu/run-e2e.sh)
 set -eu
 
 packages="g++ cmake make libgtest-dev binutils python3 python3-pytest iproute2 util-linux \

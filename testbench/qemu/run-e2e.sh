@@ -1,6 +1,6 @@
 #!/bin/sh
 # Runs the end-to-end suite against the ARM build (preset arm, build-arm/) under
-# qemu-user:  tests/qemu/run-e2e.sh [PYTEST ARGUMENTS...]
+# qemu-user:  testbench/qemu/run-e2e.sh [PYTEST ARGUMENTS...]
 # SWITCH_BUILD_DIR names an ARM tree that is built already, and
 # SWITCH_HOST_BUILD_DIR the host tree whose bench library the host programs
 # take (default: build/).
@@ -56,15 +56,15 @@ ln -sf "$host_build/testbench/libzorvibench.so" "$host_lib/libzorvibench.so"
 ln -sf "$build/testbench/libzorvibench.so" "$arm_lib/libzorvibench.so"
 flags="-std=c++20 -O2 -shared -fPIC -Wall -Wextra -Werror"
 # shellcheck disable=SC2086
-c++ $flags -o "$host_lib/libqemu_compat.so" tests/qemu/qemu_compat.cpp -ldl
+c++ $flags -o "$host_lib/libqemu_compat.so" testbench/qemu/qemu_compat.cpp -ldl
 # shellcheck disable=SC2086
-arm-linux-gnueabihf-g++ $flags -o "$arm_lib/libqemu_compat.so" tests/qemu/qemu_compat.cpp -ldl
+arm-linux-gnueabihf-g++ $flags -o "$arm_lib/libqemu_compat.so" testbench/qemu/qemu_compat.cpp -ldl
 export ZORVI_BENCH_PRELOAD="$preload/\$LIB/libqemu_compat.so $preload/\$LIB/libzorvibench.so"
 
 interpreter=$build/qemu/qemu_binfmt
 mkdir -p "$build/qemu"
 c++ -std=c++20 -O2 -static -Wall -Wextra -Werror -DQEMU_ARM="\"$qemu\"" \
-    -o "$interpreter" tests/qemu/qemu_binfmt.cpp
+    -o "$interpreter" testbench/qemu/qemu_binfmt.cpp
 
 # 32-bit little-endian ARM ELF executables and position-independent executables.
 magic='\x7f\x45\x4c\x46\x01\x01\x01\x00\x00\x00\x00\x00\x00\x00\x00\x00\x02\x00\x28\x00'
