@@ -2,6 +2,7 @@
 // c; callers showing a chip port mask pass it shifted right by one.
 #include "chip/port_columns.h"
 
+#include <cstdio>
 #include <cstring>
 
 const char *const on_off_text[2] = {" disable", "  enable"};
@@ -21,4 +22,10 @@ void format_port_header(char *buffer, int width) {
             *at++ = ' ';
     }
     *at = '\0';
+}
+
+void print_info_heading(const char *format) {
+    char heads[4 * (11 + 1) + 1];
+    format_port_header(heads, 11);
+    std::printf(format, heads);
 }

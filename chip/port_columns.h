@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 
 // 8 characters "M - M - " style for the low four bits of mask, and a NUL.
 void format_port_map(std::uint32_t mask, char *buffer);
@@ -10,3 +11,17 @@ void format_port_header(char *buffer, int width);
 
 // " disable" for 0, "  enable" for 1, each 8 characters.
 extern const char *const on_off_text[2];
+
+// The heading line of an info display: format holds one %s, which takes the
+// column heads 1 to 4 at width 11 (each cell spans a 12-character column).
+void print_info_heading(const char *format);
+
+// One row of an info display: the label, then the flag of port index c under
+// column heading c, for c = 1 to 4 (index 0 has no column), then a newline.
+template <typename Row>
+void print_flag_row(const char *label, const Row *rows, std::uint8_t Row::*field) {
+    std::fputs(label, stdout);
+    for (int c = 1; c <= 4; ++c)
+        std::printf("%s    ", on_off_text[rows[c].*field]);
+    std::fputs("\n", stdout);
+}

@@ -71,15 +71,9 @@ void SwitchShowMirrorInfo(int fd) {
     gDrvCtrl->mirror_rx_and_tx = (hw_read_byte(fd, REG_GLOBAL_CONTROL) & MIRROR_RX_AND_TX) ? 1 : 0;
 
     // Column c shows port index c; index 0 is read but has no column.
-    char heads[4 * (11 + 1) + 1];
-    format_port_header(heads, 11);
-    std::printf("\n                  Port :        %s\n", heads);
-    for (const FlagLine &line : flag_lines) {
-        std::fputs(line.label, stdout);
-        for (int c = 1; c <= 4; ++c)
-            std::printf("%s    ", on_off_text[gDrvCtrl->port_mirror[c].*line.field]);
-        std::fputs("\n", stdout);
-    }
+    print_info_heading("\n                  Port :        %s\n");
+    for (const FlagLine &line : flag_lines)
+        print_flag_row(line.label, gDrvCtrl->port_mirror, line.field);
     std::printf("Mirror Rx AND Tx       : %s\n", on_off_text[gDrvCtrl->mirror_rx_and_tx]);
 }
 

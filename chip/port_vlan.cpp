@@ -115,19 +115,13 @@ void SwitchShowVlanInfo(int fd) {
     gDrvCtrl->vlan_8021q = (hw_read_byte(fd, REG_GLOBAL_CONTROL) & GLOBAL_8021Q) ? 1 : 0;
 
     // Column c shows port index c; index 0 is read but has no column.
-    char heads[4 * (11 + 1) + 1];
-    format_port_header(heads, 11);
-    std::printf("\n                Port :        %s\n", heads);
+    print_info_heading("\n                Port :        %s\n");
     std::fputs("VLAN defaul VID      : ", stdout);
     for (int c = 1; c <= 4; ++c)
         std::printf(" %7d    ", gDrvCtrl->port_vlan[c].default_vid);
     std::fputs("\n", stdout);
-    for (const FlagLine &line : flag_lines) {
-        std::fputs(line.label, stdout);
-        for (int c = 1; c <= 4; ++c)
-            std::printf("%s    ", on_off_text[gDrvCtrl->port_vlan[c].*line.field]);
-        std::fputs("\n", stdout);
-    }
+    for (const FlagLine &line : flag_lines)
+        print_flag_row(line.label, gDrvCtrl->port_vlan, line.field);
     std::printf("VLAN 802.1Q          : %s\n", on_off_text[gDrvCtrl->vlan_8021q]);
 }
 

@@ -203,15 +203,9 @@ void SwitchShowQosInfo(int fd) {
         maps.tos_queue[t] = queue_field(hw_read_byte(fd, REG_TOS_MAP + t / 4), t % 4);
 
     // Column c shows port index c; index 0 is read but has no column.
-    char heads[4 * (11 + 1) + 1];
-    format_port_header(heads, 11);
-    std::printf("\n                       Port :        %s\n", heads);
-    for (const FlagLine &line : flag_lines) {
-        std::fputs(line.label, stdout);
-        for (int c = 1; c <= 4; ++c)
-            std::printf("%s    ", on_off_text[gDrvCtrl->port_qos[c].*line.field]);
-        std::fputs("\n", stdout);
-    }
+    print_info_heading("\n                       Port :        %s\n");
+    for (const FlagLine &line : flag_lines)
+        print_flag_row(line.label, gDrvCtrl->port_qos, line.field);
     std::fputs("QoS Port-based mapping to Q : ", stdout);
     for (int c = 1; c <= 4; ++c)
         std::printf("      Q%d    ", gDrvCtrl->port_qos[c].base_queue);

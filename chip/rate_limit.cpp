@@ -259,9 +259,7 @@ void SwitchShowRateInfo(int fd) {
     }
 
     // Column c shows port index c; index 0 is read but has no column.
-    char heads[4 * (11 + 1) + 1];
-    format_port_header(heads, 11);
-    std::printf("\n                         Port :        %s\n", heads);
+    print_info_heading("\n                         Port :        %s\n");
     for (const RateLine &line : rate_lines) {
         for (int q = 0; q < QUEUES; ++q) {
             std::printf("%s(Q%d) : ", line.label, q);

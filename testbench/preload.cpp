@@ -828,29 +828,28 @@ void bench_vsyslog(int pri, const char *fmt, va_list ap) {
 // ---------------------------------------------------------------------------
 // Hooks
 
+// Declares `mode`, the mode argument of the variadic opens: there only when
+// the call creates a file. A macro, since va_start needs the hook's own frame.
+#define TAKE_OPEN_MODE(flags)                                                                      \
+    mode_t mode = 0;                                                                               \
+    if (needs_mode(flags)) {                                                                       \
+        va_list ap;                                                                                \
+        va_start(ap, flags);                                                                       \
+        mode = static_cast<mode_t>(va_arg(ap, int));                                               \
+        va_end(ap);                                                                                \
+    }
+
 #pragma GCC visibility push(default)
 extern "C" {
 
 int open(const char *path, int flags, ...) {
-    mode_t mode = 0;
-    if (needs_mode(flags)) {
-        va_list ap;
-        va_start(ap, flags);
-        mode = static_cast<mode_t>(va_arg(ap, int));
-        va_end(ap);
-    }
+    TAKE_OPEN_MODE(flags)
     return hooked_open(path,
                        [&](const char *p) { return real_fn(r_open, "open")(p, flags, mode); });
 }
 
 int open64(const char *path, int flags, ...) {
-    mode_t mode = 0;
-    if (needs_mode(flags)) {
-        va_list ap;
-        va_start(ap, flags);
-        mode = static_cast<mode_t>(va_arg(ap, int));
-        va_end(ap);
-    }
+    TAKE_OPEN_MODE(flags)
     return hooked_open(path,
                        [&](const char *p) { return real_fn(r_open64, "open64")(p, flags, mode); });
 }
@@ -865,25 +864,13 @@ int __open64_2(const char *path, int flags) {
 }
 
 int openat(int dirfd, const char *path, int flags, ...) {
-    mode_t mode = 0;
-    if (needs_mode(flags)) {
-        va_list ap;
-        va_start(ap, flags);
-        mode = static_cast<mode_t>(va_arg(ap, int));
-        va_end(ap);
-    }
+    TAKE_OPEN_MODE(flags)
     return hooked_open(
         path, [&](const char *p) { return real_fn(r_openat, "openat")(dirfd, p, flags, mode); });
 }
 
 int openat64(int dirfd, const char *path, int flags, ...) {
-    mode_t mode = 0;
-    if (needs_mode(flags)) {
-        va_list ap;
-        va_start(ap, flags);
-        mode = static_cast<mode_t>(va_arg(ap, int));
-        va_end(ap);
-    }
+    TAKE_OPEN_MODE(flags)
     return hooked_open(path, [&](const char *p) {
         return real_fn(r_openat64, "openat64")(dirfd, p, flags, mode);
     });
