@@ -126,10 +126,11 @@ class Listener:
         start_helper(bench, self.path, "python3", HELPERS / "mcast_listen.py")
 
     def wait_count(self, n):
-        """Waits for n datagrams, all of them the notification."""
+        """Waits for n datagrams, all of them the notification sent with hop limit 1."""
         def seen():
-            return [bytes.fromhex(line.partition(" ")[2]) for line in self.path.read_text().splitlines()[1:]]
-        assert wait_for(lambda: len(seen()) >= n, timeout=20) and seen() == [DATAGRAM] * n, seen()
+            return [(int(hops), bytes.fromhex(data))
+                    for hops, _, data in (line.partition(" ") for line in self.path.read_text().splitlines()[1:])]
+        assert wait_for(lambda: len(seen()) >= n, timeout=20) and seen() == [(1, DATAGRAM)] * n, seen()
 
 
 class Recorder:
@@ -249,6 +250,13 @@ def test_unmanaged_chip_gets_one_attempt(net, faults, rc, managed):
         assert tl[-1] == ("close", SPIDEV)
         assert not net.path(DAEMON_PID_FILE).exists()
         assert net.ns_pids("switch_daemon") == []
+
+
+def test_nor_chip_out_of_managed_mode_gets_no_pulse(bench_nor):
+    bench_nor.managed(0)
+    res = bench_nor.run([], argv0="switch_daemon")
+    assert (res.rc, res.out) == (0, "running as daemon\n Oops could not put switch in managed mode\n")
+    assert (bench_nor.xfers(), bench_nor.sleeps(), bench_nor.gpio_writes()) == ([("R", 0, 0xFF)] * 2, [500], [])
 
 
 @pytest.mark.parametrize("network, first_error", [

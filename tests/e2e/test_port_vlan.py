@@ -62,6 +62,7 @@ def test_setter_transfers(bench, line, pokes, xfers):
     ("vlandefvid 1 65536", "error: incorrect default vid (0) to set! \n"),
     ("vlanenabletag 6 1", "error: incorrect Switch port (6) to set! \n"),
     ("vlandiscardnonvid 7 1", "error: incorrect Switch port (7) to set! \n"),
+    ("vlaningressfilter 0 1", "error: incorrect Switch port (0) to set! \n"),
     ("vlandefvid 1", "Usage: vlandefvid  <Port> <vid>           -- configure default vid on a Switch port.\n\n"),
     ("vlandiscardnonvid 2", "Usage: vlandiscardnonvid <Port> <Flag>    "
                             "-- enable\\disable discard non PVID on a Switch port.\n\n"),

@@ -236,9 +236,12 @@ def test_dump_reads_all_registers_in_order(bench, tmp_path):
     assert bench.xfers() == [("R", r, values[r]) for r in range(256)]
     # The dump loads back as a register file.
     (tmp_path / "regs.txt").write_text(res.out)
+    frames = {(x.bpw, x.rx, x.len) for x in bench.xfer_events()}
     bench.clear_events()
     assert bench.run(["-c", str(tmp_path / "regs.txt")]).out == "256 registers written\n"
     assert bench.xfers() == [("W", r, values[r]) for r in range(256)]
+    # The tool's reads and writes alike: three bytes, 8 bits per word, a receive buffer.
+    assert frames == {(x.bpw, x.rx, x.len) for x in bench.xfer_events()} == {(8, 1, 3)}
 
 
 def test_dump_shows_ff_for_failed_reads(bench):
@@ -341,6 +344,8 @@ def test_unmanaged_mode_then_managed_again(bench):
 @pytest.mark.parametrize("fault,arg,writes_done", [
     ("export-busy", "56", 0),
     ("gpio-open", GPIO + "export", 0),
+    ("gpio-open", GPIO + "gpio56/direction", 2),
+    ("gpio-write", GPIO + "gpio191/direction", 3),
     ("gpio-open", GPIO + "gpio191/value", 4),
     ("gpio-write", GPIO + "gpio56/value", 5),
 ])

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <string>
@@ -65,6 +66,9 @@ TEST(CliParser, UnknownWordsAndNullLine) {
         EXPECT_EQ(cli_parser(-1, line.data()), 1) << text;
         EXPECT_EQ(::testing::internal::GetCapturedStdout(), "unknown CLI command \n") << text;
     }
+    std::uint16_t argc = 0;
+    parse_args(&argc, nullptr, nullptr, 3);
+    EXPECT_EQ(argc, 0);
     ::testing::internal::CaptureStdout();
     EXPECT_NE(cli_parser(-1, nullptr), 0);
     EXPECT_EQ(::testing::internal::GetCapturedStdout(), "cli_parser: input buffer is NULL\n");
@@ -72,12 +76,23 @@ TEST(CliParser, UnknownWordsAndNullLine) {
 
 TEST(UsageTable, EveryCommandsLineStartsWithItsName) {
     EXPECT_STREQ(cli_usage_table[65], "");
+    // The empty last row and indices past the table print nothing.
+    ::testing::internal::CaptureStdout();
+    cli_usage(65);
+    cli_usage(66);
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
     for (const CliCommand &row : cli_command_table) {
         if (row.name == nullptr)
             break;
         const std::string usage = cli_usage_table[row.usage_index];
         EXPECT_EQ(usage.rfind(std::string(row.name) + " ", 0), 0U) << row.name;
         EXPECT_EQ(usage.back(), '\n') << row.name;
+        // A command cuts as many tokens as its line names parameters, the
+        // last one running on to the end of the line; raterxflow cuts a
+        // third token that its line does not name.
+        const std::string form = usage.substr(0, usage.find(" -- "));
+        const auto named = std::count(form.begin(), form.end(), '<');
+        EXPECT_EQ(row.max_args, named + (usage.rfind("raterxflow ", 0) == 0)) << row.name;
     }
 }
 
