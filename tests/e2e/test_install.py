@@ -189,6 +189,10 @@ def test_systemd_unit_verifies(tmp_path):
     assert (res.returncode, res.stdout, res.stderr) == (0, "", "")
     text = unit.read_text()
     assert "Type=forking\n" in text and "PIDFile=/run/switch_daemon.pid\n" in text
+    # Confined: an exposure of 2.8 at most (in tenths; 9.6 unconfined).
+    res = subprocess.run(["systemd-analyze", "security", "--offline=true", "--threshold=28", str(unit)],
+                         capture_output=True, text=True)
+    assert res.returncode == 0, res.stdout + res.stderr
 
 
 # -- the init script on the simulated board ----------------------------------------------
