@@ -161,7 +161,7 @@ def test_man_page_renders_without_warnings(tmp_path, name):
     lines = res.stdout.splitlines()
     assert lines[0].split() == [f"{name.upper()}(8)", "System", "Administration", f"{name.upper()}(8)"]
     for section in ["NAME", "SYNOPSIS", "DESCRIPTION", "OPTIONS", "EXIT STATUS", "FILES",
-                    "SIGNALS", "SYSLOG", "NOTES", "EXAMPLES", "SEE ALSO"]:
+                    "SIGNALS", "SYSLOG", "SECURITY", "NOTES", "EXAMPLES", "SEE ALSO"]:
         assert section in lines, section
 
 
@@ -343,7 +343,7 @@ def unit_start_steps(prefix):
     "mkdir -p -m 0700 /tmp/zorvi/control/nfs_up",
     NOBODY + ["sh", "-c", "mkdir -p /tmp/zorvi/control/nfs_up && chmod -R 0777 /tmp/zorvi"],
     NOBODY + ["sh", "-c", "mkdir /tmp/elsewhere && ln -s /tmp/elsewhere /tmp/zorvi"],
-])
+], ids=["nothing", "root's", "another user's", "another user's link"])
 @pytest.mark.parametrize("starter", ["init script", "unit"])
 def test_only_root_can_create_the_suppression_file_after_a_start(init_script, starter, before):
     bench = init_script.bench
