@@ -3,14 +3,15 @@
 # that is there already. Run as root.
 #   tools/install-deps.sh        the host build and its tests, the man page
 #                                check, the ARM cross compiler, qemu-user for
-#                                the end-to-end suite on the ARM executable, and
+#                                the end-to-end suite on the ARM executable,
 #                                the real services of the daemon's integration
+#                                test, and nft and ip6tables for the firewall
 #                                test
 set -eu
 
 packages="g++ cmake make libgtest-dev binutils python3 python3-pytest iproute2 util-linux \
 spi-tools python3-spidev tmux man-db groff-base g++-arm-linux-gnueabihf \
-avahi-daemon avahi-autoipd busybox socat qemu-user"
+avahi-daemon avahi-autoipd busybox socat qemu-user nftables iptables"
 for group in "$@"; do
     case $group in
         *)
