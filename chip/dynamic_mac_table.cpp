@@ -72,9 +72,3 @@ void SwitchReadDynMacTable(int fd) {
         std::printf("  %2d \n", (low >> 3) & 0x03);
     }
 }
-
-int macdyn_cmd(std::uint16_t *argc, char **argv, std::uint16_t, int fd) {
-    cli_echo_tokens(*argc, argv, true);
-    SwitchReadDynMacTable(fd);
-    return cli_handler_done(*argc, argv);
-}

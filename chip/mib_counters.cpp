@@ -2,8 +2,10 @@
 // keeps running sums in gDrvCtrl->port_mib until clearmib.
 #include "chip/mib_counters.h"
 
+#include "chip/device_database.h"
 #include "chip/port_columns.h"
 #include "chip/table_access.h"
+#include "console/cli_handler.h"
 #include "console/hw_access.h"
 
 #include <cstdio>
@@ -100,8 +102,6 @@ void print_words(const char *label, unsigned first, unsigned end, unsigned word,
     std::putchar('\n');
 }
 
-} // namespace
-
 void HardwareReadMIBCounter(int fd, DrvCtrl *record, unsigned port_index) {
     // port_mib has one block per chip port; nothing else may be indexed.
     if (record == nullptr || port_index >= SWITCH_PORTS)
@@ -112,6 +112,8 @@ void HardwareReadMIBCounter(int fd, DrvCtrl *record, unsigned port_index) {
     read_dropped(fd, block, port_index, 0);
     read_dropped(fd, block, port_index, 1);
 }
+
+} // namespace
 
 void SwitchShowMIBCounter(int fd, std::int32_t port) {
     if (gDrvCtrl == nullptr)
@@ -169,11 +171,5 @@ int showmib_cmd(std::uint16_t *argc, char **argv, std::uint16_t, int fd) {
     if (*argc >= 1)
         port = static_cast<std::int32_t>(cli_number(argv[0], 10) - 1);
     SwitchShowMIBCounter(fd, port);
-    return cli_handler_done(*argc, argv);
-}
-
-int clearmib_cmd(std::uint16_t *argc, char **argv, std::uint16_t, int fd) {
-    cli_echo_tokens(*argc, argv, true);
-    SwitchClearMIBCounter(fd);
     return cli_handler_done(*argc, argv);
 }

@@ -3,8 +3,10 @@
 // chooses whether a frame must match both directions or either one.
 #include "chip/port_mirror.h"
 
+#include "chip/device_database.h"
 #include "chip/port_columns.h"
 #include "chip/port_settings.h"
+#include "console/cli_handler.h"
 #include "console/hw_access.h"
 
 #include <cstdio>
@@ -29,12 +31,7 @@ void set_port_bit(int fd, std::uint32_t p, std::uint8_t mask, std::int32_t flag)
     update_flag_bits(fd, mirror_reg(p), mask, flag);
 }
 
-struct FlagLine {
-    const char *label;
-    std::uint8_t PortMirrorRow::*field;
-};
-
-constexpr std::array<FlagLine, 3> flag_lines{{
+constexpr std::array<FlagLine<PortMirrorRow>, 3> flag_lines{{
     {"Mirror monitor transmit: ", &PortMirrorRow::tx},
     {"Mirror monitor receive : ", &PortMirrorRow::rx},
     {"Mirror sniffer         : ", &PortMirrorRow::sniffer},
@@ -72,33 +69,13 @@ void SwitchShowMirrorInfo(int fd) {
 
     // Column c shows port index c; index 0 is read but has no column.
     print_info_heading("\n                  Port :        %s\n");
-    for (const FlagLine &line : flag_lines)
-        print_flag_row(line.label, gDrvCtrl->port_mirror, line.field);
+    print_flag_rows(flag_lines, gDrvCtrl->port_mirror);
     std::printf("Mirror Rx AND Tx       : %s\n", on_off_text[gDrvCtrl->mirror_rx_and_tx]);
-}
-
-int mirrortx_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return port_value_handler<SwitchSetPortMirrorTx>(*argc, argv, usage_index, fd);
-}
-
-int mirrorrx_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return port_value_handler<SwitchSetPortMirrorRx>(*argc, argv, usage_index, fd);
-}
-
-int sniffer_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return port_value_handler<SwitchSetPortSniffer>(*argc, argv, usage_index, fd);
 }
 
 int sniffmode_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
     if (!cli_take_tokens(*argc, argv, 1, usage_index))
         return 1;
     SwitchSetMirrorMode(fd, cli_int(argv[0]));
-    return cli_handler_done(*argc, argv);
-}
-
-int mirrorinfo_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!cli_take_tokens(*argc, argv, 0, usage_index))
-        return 1;
-    SwitchShowMirrorInfo(fd);
     return cli_handler_done(*argc, argv);
 }

@@ -4,8 +4,10 @@
 // 802.1Q switch is bit 7 of the chip-wide register 5.
 #include "chip/port_vlan.h"
 
+#include "chip/device_database.h"
 #include "chip/port_columns.h"
 #include "chip/port_settings.h"
+#include "console/cli_handler.h"
 #include "console/hw_access.h"
 
 #include <cstdio>
@@ -34,24 +36,7 @@ constexpr unsigned vid_low_reg(std::uint32_t p) {
     return 16 * p + 20;
 }
 
-template <std::int32_t Enable> void set_port_tag(int fd, std::uint32_t p, std::int32_t tag) {
-    SwitchSetPortVlanTag(fd, p, tag, Enable);
-}
-
-template <std::int32_t Enable>
-int set_8021q_handler(std::uint16_t argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!cli_take_tokens(argc, argv, 0, usage_index))
-        return 1;
-    SwitchSet8021Q(fd, Enable);
-    return cli_handler_done(argc, argv);
-}
-
-struct FlagLine {
-    const char *label;
-    std::uint8_t PortVlanRow::*field;
-};
-
-constexpr std::array<FlagLine, 4> flag_lines{{
+constexpr std::array<FlagLine<PortVlanRow>, 4> flag_lines{{
     {"VLAN tag insertion   : ", &PortVlanRow::tag_insert},
     {"VLAN tag removal     : ", &PortVlanRow::tag_remove},
     {"VLAN ingress filter  : ", &PortVlanRow::ingress_filter},
@@ -120,8 +105,7 @@ void SwitchShowVlanInfo(int fd) {
     for (int c = 1; c <= 4; ++c)
         std::printf(" %7d    ", gDrvCtrl->port_vlan[c].default_vid);
     std::fputs("\n", stdout);
-    for (const FlagLine &line : flag_lines)
-        print_flag_row(line.label, gDrvCtrl->port_vlan, line.field);
+    print_flag_rows(flag_lines, gDrvCtrl->port_vlan);
     std::printf("VLAN 802.1Q          : %s\n", on_off_text[gDrvCtrl->vlan_8021q]);
 }
 
@@ -130,36 +114,5 @@ int vlandefvid_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, 
         return 1;
     SwitchSetPortDefaultVid(fd, cli_port_index(argv[0]),
                             static_cast<std::uint16_t>(cli_number(argv[1], 10)));
-    return cli_handler_done(*argc, argv);
-}
-
-int vlanenable_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return set_8021q_handler<1>(*argc, argv, usage_index, fd);
-}
-
-int vlandisable_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return set_8021q_handler<0>(*argc, argv, usage_index, fd);
-}
-
-int vlanenabletag_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return port_value_handler<set_port_tag<1>>(*argc, argv, usage_index, fd);
-}
-
-int vlandisabletag_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return port_value_handler<set_port_tag<0>>(*argc, argv, usage_index, fd);
-}
-
-int vlaningressfilter_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return port_value_handler<SwitchSetPortIngressFilter>(*argc, argv, usage_index, fd);
-}
-
-int vlandiscardnonvid_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return port_value_handler<SwitchSetPortDiscardNonVid>(*argc, argv, usage_index, fd);
-}
-
-int vlaninfo_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!cli_take_tokens(*argc, argv, 0, usage_index))
-        return 1;
-    SwitchShowVlanInfo(fd);
     return cli_handler_done(*argc, argv);
 }

@@ -7,8 +7,10 @@
 // register 135, which must be on while any port splits its queues.
 #include "chip/qos.h"
 
+#include "chip/device_database.h"
 #include "chip/port_columns.h"
 #include "chip/port_settings.h"
+#include "console/cli_handler.h"
 #include "console/hw_access.h"
 
 #include <cstdio>
@@ -71,26 +73,7 @@ std::uint8_t queue_field(std::uint8_t value, unsigned k) {
     return static_cast<std::uint8_t>((value >> (2 * k)) & 3u);
 }
 
-// Optional trailing token: its number when given, otherwise fallback.
-std::int32_t int_arg_or(std::uint16_t argc, char **argv, std::uint16_t at, std::int32_t fallback) {
-    return argc > at ? cli_int(argv[at]) : fallback;
-}
-
-// <value> [<Q#>]: the priority and TOS maps.
-template <void (*Operation)(int, std::int32_t, std::int32_t)>
-int map_handler(std::uint16_t argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!cli_take_tokens(argc, argv, 1, usage_index))
-        return 1;
-    Operation(fd, cli_int(argv[0]), int_arg_or(argc, argv, 1, 0));
-    return cli_handler_done(argc, argv);
-}
-
-struct FlagLine {
-    const char *label;
-    std::uint8_t PortQosRow::*field;
-};
-
-constexpr std::array<FlagLine, 4> flag_lines{{
+constexpr std::array<FlagLine<PortQosRow>, 4> flag_lines{{
     {"QoS split TXQ into 4Q       : ", &PortQosRow::split_4q},
     {"QoS DiffServ                : ", &PortQosRow::diffserv},
     {"QoS 802.1p                  : ", &PortQosRow::dot1p},
@@ -204,8 +187,7 @@ void SwitchShowQosInfo(int fd) {
 
     // Column c shows port index c; index 0 is read but has no column.
     print_info_heading("\n                       Port :        %s\n");
-    for (const FlagLine &line : flag_lines)
-        print_flag_row(line.label, gDrvCtrl->port_qos, line.field);
+    print_flag_rows(flag_lines, gDrvCtrl->port_qos);
     std::fputs("QoS Port-based mapping to Q : ", stdout);
     for (int c = 1; c <= 4; ++c)
         std::printf("      Q%d    ", gDrvCtrl->port_qos[c].base_queue);
@@ -234,37 +216,10 @@ int qoswfq_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int 
     return cli_handler_done(*argc, argv);
 }
 
-int qossplitq_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return port_value_handler<SwitchSetPortSplitQueue>(*argc, argv, usage_index, fd);
-}
-
-int qostag2q_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return map_handler<SwitchMapTagToQueue>(*argc, argv, usage_index, fd);
-}
-
-int qostos2q_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return map_handler<SwitchMapTosToQueue>(*argc, argv, usage_index, fd);
-}
-
 int qosportbase_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
     if (!cli_take_tokens(*argc, argv, 2, usage_index))
         return 1;
     SwitchSetPortBaseQueue(fd, cli_port_index(argv[0]), cli_int(argv[1]),
-                           int_arg_or(*argc, argv, 2, 0));
-    return cli_handler_done(*argc, argv);
-}
-
-int qosdiffserv_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return port_value_handler<SwitchSetPortDiffServ>(*argc, argv, usage_index, fd);
-}
-
-int qosdot1p_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return port_value_handler<SwitchSetPortDot1p>(*argc, argv, usage_index, fd);
-}
-
-int qosinfo_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!cli_take_tokens(*argc, argv, 0, usage_index))
-        return 1;
-    SwitchShowQosInfo(fd);
+                           cli_int_or(*argc, argv, 2, 0));
     return cli_handler_done(*argc, argv);
 }

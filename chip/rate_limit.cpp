@@ -5,8 +5,10 @@
 // Mbps, and 101 to 115 the sub-Mbps steps of rate_code_table.
 #include "chip/rate_limit.h"
 
+#include "chip/device_database.h"
 #include "chip/port_columns.h"
 #include "chip/port_settings.h"
+#include "console/cli_handler.h"
 #include "console/hw_access.h"
 
 #include <cstdio>
@@ -135,36 +137,9 @@ std::int32_t shown_kbps(std::int32_t code) {
     return code <= LAST_MBPS_CODE ? code * KBPS_PER_MBPS : RateCodeToKbps(code);
 }
 
-// Q# is cut to 8 bits, so 256 means queue 0; a missing Q# means all queues.
-std::uint8_t queue_arg(std::uint16_t argc, char **argv) {
-    return argc > 2 ? static_cast<std::uint8_t>(cli_number(argv[2], 10)) : ALL_QUEUES;
-}
-
-// <Port> <#Kbps> [<Q#>] and <Port> <Flag> [<Q#>].
-template <void (*Operation)(int, std::uint32_t, std::int32_t, std::uint8_t)>
-int config_handler(std::uint16_t argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!cli_take_tokens(argc, argv, 2, usage_index))
-        return 1;
-    Operation(fd, cli_port_index(argv[0]), cli_int(argv[1]), queue_arg(argc, argv));
-    return cli_handler_done(argc, argv);
-}
-
-template <void (*Operation)(int, std::int32_t, std::uint32_t, std::uint8_t)>
-int enable_handler(std::uint16_t argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!cli_take_tokens(argc, argv, 2, usage_index))
-        return 1;
-    Operation(fd, cli_int(argv[1]), cli_port_index(argv[0]), queue_arg(argc, argv));
-    return cli_handler_done(argc, argv);
-}
-
 struct RateLine {
     const char *label; // followed by "(Q<n>) : "
     std::int32_t RateQueueRow::*field;
-};
-
-struct FlagLine {
-    const char *label;
-    std::uint8_t RateQueueRow::*field;
 };
 
 constexpr std::array<RateLine, 2> rate_lines{{
@@ -172,7 +147,7 @@ constexpr std::array<RateLine, 2> rate_lines{{
     {"Rate Limit receive rate  ", &RateQueueRow::rx_rate},
 }};
 
-constexpr std::array<FlagLine, 2> enable_lines{{
+constexpr std::array<FlagLine<RateQueueRow>, 2> enable_lines{{
     {"Rate Limit transmit      ", &RateQueueRow::tx_enabled},
     {"Rate Limit receive       ", &RateQueueRow::rx_enabled},
 }};
@@ -268,7 +243,7 @@ void SwitchShowRateInfo(int fd) {
             std::fputs("\n", stdout);
         }
     }
-    for (const FlagLine &line : enable_lines) {
+    for (const FlagLine<RateQueueRow> &line : enable_lines) {
         for (int q = 0; q < QUEUES; ++q) {
             std::printf("%s(Q%d) : ", line.label, q);
             for (int c = 1; c <= 4; ++c)
@@ -286,20 +261,8 @@ void SwitchShowRateInfo(int fd) {
     std::fputs("\n", stdout);
 }
 
-int rateconftx_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return config_handler<SwitchConfigTxRate>(*argc, argv, usage_index, fd);
-}
-
-int rateconfrx_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return config_handler<SwitchConfigRxRate>(*argc, argv, usage_index, fd);
-}
-
-int ratetx_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return enable_handler<SwitchSetTxRate>(*argc, argv, usage_index, fd);
-}
-
-int raterx_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return enable_handler<SwitchSetRxRate>(*argc, argv, usage_index, fd);
+std::uint8_t rate_queue_arg(std::uint16_t argc, char **argv) {
+    return argc > 2 ? static_cast<std::uint8_t>(cli_number(argv[2], 10)) : ALL_QUEUES;
 }
 
 int raterxflow_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
@@ -315,12 +278,5 @@ int ratemode_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, in
         return 1;
     SwitchSetRxLimitMode(fd, cli_port_index(argv[0]),
                          static_cast<std::uint32_t>(cli_number(argv[1], 10)));
-    return cli_handler_done(*argc, argv);
-}
-
-int rateinfo_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!cli_take_tokens(*argc, argv, 0, usage_index))
-        return 1;
-    SwitchShowRateInfo(fd);
     return cli_handler_done(*argc, argv);
 }

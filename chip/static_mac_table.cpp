@@ -1,8 +1,10 @@
 // The chip's 32-row static MAC table: display, add and delete.
 #include "chip/mac_tables.h"
 
+#include "chip/device_database.h"
 #include "chip/port_columns.h"
 #include "chip/table_access.h"
+#include "console/cli_handler.h"
 #include "console/hw_access.h"
 
 #include <cstdio>
@@ -27,34 +29,6 @@ constexpr std::uint8_t STATIC_VALID = 0x20;
 constexpr std::uint8_t STATIC_PORT_MASK = 0x1F;
 
 constexpr std::uint8_t zero_mac[MAC_BYTES] = {};
-
-void read_row(int fd, unsigned row, StaticMacRow &out) {
-    HardwareReadStaticMac(fd, row, out.mac, &out.ports, &out.fid, &out.override, &out.use_fid,
-                          &out.valid);
-}
-
-void write_zero_row(int fd, unsigned row) {
-    HardwareWriteStaticMac(fd, row, zero_mac, 0, 0, 0, 0, 0);
-}
-
-const char *yes_no(std::uint32_t flag) {
-    return flag ? "Yes  " : "No   ";
-}
-
-} // namespace
-
-void parse_mac_text(const char *text, std::uint8_t *mac) {
-    const char *at = text;
-    for (unsigned i = 0; i < MAC_BYTES; ++i) {
-        char *stop = nullptr;
-        mac[i] = static_cast<std::uint8_t>(std::strtoul(at, &stop, 16) & 0xFF);
-        at = stop;
-        // Any one character separates two bytes; at the end of the text the
-        // remaining bytes read as 0.
-        if (*at != '\0')
-            ++at;
-    }
-}
 
 std::uint32_t HardwareReadStaticMac(int fd, unsigned row, std::uint8_t *mac, std::uint16_t *ports,
                                     std::uint8_t *fid, std::uint32_t *override,
@@ -87,6 +61,34 @@ void HardwareWriteStaticMac(int fd, unsigned row, const std::uint8_t *mac, std::
     for (unsigned i = 0; i < MAC_BYTES; ++i)
         hw_write_byte(fd, REG_STATIC_MAC_FIRST + i, mac[i]);
     table_write_commit(fd, TABLE_STATIC_MAC, row);
+}
+
+void read_row(int fd, unsigned row, StaticMacRow &out) {
+    HardwareReadStaticMac(fd, row, out.mac, &out.ports, &out.fid, &out.override, &out.use_fid,
+                          &out.valid);
+}
+
+void write_zero_row(int fd, unsigned row) {
+    HardwareWriteStaticMac(fd, row, zero_mac, 0, 0, 0, 0, 0);
+}
+
+const char *yes_no(std::uint32_t flag) {
+    return flag ? "Yes  " : "No   ";
+}
+
+} // namespace
+
+void parse_mac_text(const char *text, std::uint8_t *mac) {
+    const char *at = text;
+    for (unsigned i = 0; i < MAC_BYTES; ++i) {
+        char *stop = nullptr;
+        mac[i] = static_cast<std::uint8_t>(std::strtoul(at, &stop, 16) & 0xFF);
+        at = stop;
+        // Any one character separates two bytes; at the end of the text the
+        // remaining bytes read as 0.
+        if (*at != '\0')
+            ++at;
+    }
 }
 
 void SwitchReadStaticMacTable(int fd) {
@@ -152,12 +154,6 @@ void SwitchDelStaticMac(int fd, const std::uint8_t *mac, std::uint8_t fid, std::
         if (std::memcmp(rows[row].mac, mac, MAC_BYTES) == 0 &&
             (ignore_fid == 1 || rows[row].fid == fid))
             write_zero_row(fd, row);
-}
-
-int macstatic_cmd(std::uint16_t *argc, char **argv, std::uint16_t, int fd) {
-    cli_echo_tokens(*argc, argv, true);
-    SwitchReadStaticMacTable(fd);
-    return cli_handler_done(*argc, argv);
 }
 
 int macadd_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {

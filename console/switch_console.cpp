@@ -3,7 +3,7 @@
 #include "console/switch_console.h"
 
 #include "chip/device_database.h"
-#include "console/cli.h"
+#include "console/cli_parser.h"
 #include "console/hw_access.h"
 #include "console/readline.h"
 
