@@ -56,8 +56,7 @@ int read_key() {
     }
 }
 
-} // namespace
-
+// Removes the last character from line and screen; returns the new position.
 char *delete_char(char *buffer, char *position, int *column, int *count, int prompt_length) {
     char *removed = position - 1;
     if (*removed != KEY_TAB) {
@@ -79,6 +78,8 @@ char *delete_char(char *buffer, char *position, int *column, int *count, int pro
     --*count;
     return removed;
 }
+
+} // namespace
 
 int readline(char *buffer, const char *prompt) {
     char saved[LINE_BUFFER_SIZE];

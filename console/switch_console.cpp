@@ -35,6 +35,84 @@ constexpr int SELFTEST_PASSES = 255;
 constexpr const char *CLI_VERSION = "1.0.2 ";
 constexpr const char *CLI_PROMPT = "=>";
 
+int console_spi_open(const char *path) {
+    std::printf("going to open input file %s\n", path);
+    const int fd = open(path, O_RDWR);
+    if (fd < 0) {
+        std::printf("ERROR: Fail to open input file %s\n", path);
+        return -1;
+    }
+    // On a failed set-up the caller only sees -1, so the descriptor is
+    // closed here: nobody else could close it.
+    std::uint8_t mode = CONSOLE_SPI_MODE;
+    if (ioctl(fd, SPI_IOC_WR_MODE, &mode) < 0) {
+        std::printf("ERROR: set SPI mode 0x%02x\n", CONSOLE_SPI_MODE);
+        close(fd);
+        return -1;
+    }
+    std::uint8_t lsb_first = CONSOLE_SPI_LSB_FIRST;
+    if (ioctl(fd, SPI_IOC_WR_LSB_FIRST, &lsb_first) < 0) {
+        std::printf("ERROR: Fail to set SPI heading lsb 0x%02x\n", CONSOLE_SPI_LSB_FIRST);
+        close(fd);
+        return -1;
+    }
+    std::uint8_t bits = CONSOLE_SPI_BITS;
+    if (ioctl(fd, SPI_IOC_WR_BITS_PER_WORD, &bits) < 0) {
+        std::printf("ERROR: Fail to set SPI bits_per_word %d\n", CONSOLE_SPI_BITS);
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+int console_spi_speed(int fd) {
+    std::uint32_t speed = CONSOLE_SPI_SPEED_HZ;
+    if (ioctl(fd, SPI_IOC_WR_MAX_SPEED_HZ, &speed) < 0) {
+        std::printf("ERROR: Fail to set SPI max_speed_hz %d\n",
+                    static_cast<int>(CONSOLE_SPI_SPEED_HZ));
+        return -1;
+    }
+    return 0;
+}
+
+int selftest_device_spi(int fd) {
+    for (int pass = 0; pass < SELFTEST_PASSES; ++pass) {
+        const std::uint8_t id = hw_read_byte(fd, REG_CHIP_ID);
+        if (id != SWITCH_DEVICE_ID) {
+            std::printf("%s (%d): read data value %02x is not equal to switch ID %02x\n",
+                        "selftest_device_spi", pass, id, SWITCH_DEVICE_ID);
+            return -1;
+        }
+    }
+    std::printf("Switch SPI read selftest %s.\n", "OK");
+
+    const std::uint8_t held = hw_read_byte(fd, REG_SELFTEST);
+    for (unsigned int value = 0; value < SELFTEST_PASSES; ++value) {
+        hw_write_byte(fd, REG_SELFTEST, value);
+        const std::uint8_t back = hw_read_byte(fd, REG_SELFTEST);
+        if (back != value) {
+            // The register keeps what this pass wrote.
+            std::printf("%s: read data value %x is not equal to write data %x\n",
+                        "selftest_device_spi", back, value);
+            return -1;
+        }
+    }
+    std::printf("Switch SPI write/read selftest %s.\n", "OK");
+
+    hw_write_byte(fd, REG_SELFTEST, held);
+    return 0;
+}
+
+int check_device_id(int fd) {
+    const std::uint8_t id = hw_read_byte(fd, REG_CHIP_ID);
+    if (id != SWITCH_DEVICE_ID) {
+        std::printf("incrorrect device ID (%02x).\n", id);
+        return -1;
+    }
+    std::printf("%s %s.\n", "KSZ8895 CLI Function version ", CLI_VERSION);
+    return 0;
+}
+
 // What a console run holds: the line buffer and its own SPI descriptor.
 // Whatever way the run ends, "exit cli function." is printed first, then the
 // descriptor is closed and the buffer freed.
@@ -123,83 +201,5 @@ void console_steps(ConsoleRun &run, const char *command) {
 int switch_console(const char *cmd) {
     ConsoleRun run;
     console_steps(run, cmd);
-    return 0;
-}
-
-int console_spi_open(const char *path) {
-    std::printf("going to open input file %s\n", path);
-    const int fd = open(path, O_RDWR);
-    if (fd < 0) {
-        std::printf("ERROR: Fail to open input file %s\n", path);
-        return -1;
-    }
-    // On a failed set-up the caller only sees -1, so the descriptor is
-    // closed here: nobody else could close it.
-    std::uint8_t mode = CONSOLE_SPI_MODE;
-    if (ioctl(fd, SPI_IOC_WR_MODE, &mode) < 0) {
-        std::printf("ERROR: set SPI mode 0x%02x\n", CONSOLE_SPI_MODE);
-        close(fd);
-        return -1;
-    }
-    std::uint8_t lsb_first = CONSOLE_SPI_LSB_FIRST;
-    if (ioctl(fd, SPI_IOC_WR_LSB_FIRST, &lsb_first) < 0) {
-        std::printf("ERROR: Fail to set SPI heading lsb 0x%02x\n", CONSOLE_SPI_LSB_FIRST);
-        close(fd);
-        return -1;
-    }
-    std::uint8_t bits = CONSOLE_SPI_BITS;
-    if (ioctl(fd, SPI_IOC_WR_BITS_PER_WORD, &bits) < 0) {
-        std::printf("ERROR: Fail to set SPI bits_per_word %d\n", CONSOLE_SPI_BITS);
-        close(fd);
-        return -1;
-    }
-    return fd;
-}
-
-int console_spi_speed(int fd) {
-    std::uint32_t speed = CONSOLE_SPI_SPEED_HZ;
-    if (ioctl(fd, SPI_IOC_WR_MAX_SPEED_HZ, &speed) < 0) {
-        std::printf("ERROR: Fail to set SPI max_speed_hz %d\n",
-                    static_cast<int>(CONSOLE_SPI_SPEED_HZ));
-        return -1;
-    }
-    return 0;
-}
-
-int selftest_device_spi(int fd) {
-    for (int pass = 0; pass < SELFTEST_PASSES; ++pass) {
-        const std::uint8_t id = hw_read_byte(fd, REG_CHIP_ID);
-        if (id != SWITCH_DEVICE_ID) {
-            std::printf("%s (%d): read data value %02x is not equal to switch ID %02x\n",
-                        "selftest_device_spi", pass, id, SWITCH_DEVICE_ID);
-            return -1;
-        }
-    }
-    std::printf("Switch SPI read selftest %s.\n", "OK");
-
-    const std::uint8_t held = hw_read_byte(fd, REG_SELFTEST);
-    for (unsigned int value = 0; value < SELFTEST_PASSES; ++value) {
-        hw_write_byte(fd, REG_SELFTEST, value);
-        const std::uint8_t back = hw_read_byte(fd, REG_SELFTEST);
-        if (back != value) {
-            // The register keeps what this pass wrote.
-            std::printf("%s: read data value %x is not equal to write data %x\n",
-                        "selftest_device_spi", back, value);
-            return -1;
-        }
-    }
-    std::printf("Switch SPI write/read selftest %s.\n", "OK");
-
-    hw_write_byte(fd, REG_SELFTEST, held);
-    return 0;
-}
-
-int check_device_id(int fd) {
-    const std::uint8_t id = hw_read_byte(fd, REG_CHIP_ID);
-    if (id != SWITCH_DEVICE_ID) {
-        std::printf("incrorrect device ID (%02x).\n", id);
-        return -1;
-    }
-    std::printf("%s %s.\n", "KSZ8895 CLI Function version ", CLI_VERSION);
     return 0;
 }

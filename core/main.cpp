@@ -3,9 +3,10 @@
 #include "core/action_table.h"
 #include "core/board.h"
 #include "core/options.h"
+#include "core/process_lookup.h"
 #include "core/spi_access.h"
 #include "core/tool_state.h"
-#include "daemon/daemon.h"
+#include "daemon/monitor_loop.h"
 
 #include <cstdio>
 #include <cstring>

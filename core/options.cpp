@@ -60,6 +60,12 @@ constexpr auto make_long_options() {
 constexpr auto long_options = make_long_options();
 static_assert(long_options.size() == 14, "13 long rows and the end row");
 
+std::uint8_t option_byte(const char *text) {
+    // Base 0: decimal, octal with a leading 0, hexadecimal with 0x. Trailing
+    // text is ignored and no number reads as 0; only the low 8 bits stay.
+    return static_cast<std::uint8_t>(std::strtol(text, nullptr, 0));
+}
+
 void apply(const OptionRow &row, char *argument) {
     tool_state.action_flags |= row.flag;
     switch (row.field) {
@@ -83,12 +89,6 @@ void apply(const OptionRow &row, char *argument) {
     }
 }
 } // namespace
-
-std::uint8_t option_byte(const char *text) {
-    // Base 0: decimal, octal with a leading 0, hexadecimal with 0x. Trailing
-    // text is ignored and no number reads as 0; only the low 8 bits stay.
-    return static_cast<std::uint8_t>(std::strtol(text, nullptr, 0));
-}
 
 void parse_options(int argc, char **argv) {
     int letter;

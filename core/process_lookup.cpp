@@ -1,5 +1,5 @@
 // Finds another process by its first argument, scanning /proc/*/cmdline.
-#include "core/board.h"
+#include "core/process_lookup.h"
 
 #include <cstdio>
 #include <cstring>

@@ -1,6 +1,7 @@
 // Loading a register file (-c): lines of a base and sixteen values in hex, as
 // the dump prints them; any line holding '#' is a comment.
-#include "core/register_utils.h"
+#include "core/register_file.h"
+
 #include "core/spi_access.h"
 #include "core/tool_state.h"
 

@@ -2,26 +2,16 @@
 // primitives on tool_state.spi_fd. Each access is one three-byte transfer.
 #include "core/spi_access.h"
 
+#include "core/spi_frame.h"
 #include "core/tool_state.h"
 
 #include <cstdio>
-#include <cstring>
 #include <fcntl.h>
 #include <linux/spi/spidev.h>
 #include <sys/ioctl.h>
 
 std::uint8_t spi_bits = 8;
 std::uint32_t spi_speed = 4000000;
-
-int spi_transfer(int fd, const std::uint8_t *tx, std::uint8_t *rx, std::uint8_t bits_per_word) {
-    spi_ioc_transfer transfer;
-    std::memset(&transfer, 0, sizeof transfer);
-    transfer.tx_buf = reinterpret_cast<std::uintptr_t>(tx);
-    transfer.rx_buf = reinterpret_cast<std::uintptr_t>(rx);
-    transfer.len = SPI_FRAME_LEN;
-    transfer.bits_per_word = bits_per_word;
-    return ioctl(fd, SPI_IOC_MESSAGE(1), &transfer);
-}
 
 int spi_setup() {
     // No step's failure keeps the next one from running: with no device each

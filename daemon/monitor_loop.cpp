@@ -1,9 +1,12 @@
 // The link monitor: checks the chip, detaches, starts the notification channel
 // and then polls the two link bits for ever.
-#include "daemon/daemon.h"
+#include "daemon/monitor_loop.h"
 
+#include "core/link_state.h"
 #include "core/management_mode.h"
+#include "core/process_lookup.h"
 #include "core/spi_access.h"
+#include "core/switch_status.h"
 #include "core/tool_state.h"
 #include "daemon/address_refresh.h"
 #include "daemon/mcast.h"

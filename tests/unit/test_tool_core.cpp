@@ -1,6 +1,6 @@
 // Pure pieces of the tool: the option table and register-file lines.
 #include "core/options.h"
-#include "core/register_utils.h"
+#include "core/register_file.h"
 #include "core/tool_state.h"
 
 #include <getopt.h>
