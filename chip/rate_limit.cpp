@@ -191,14 +191,8 @@ void SwitchSetRxFlowControl(int fd, std::int32_t flag, std::uint32_t p) {
     Range ports{};
     if (!select_ports(p, flow_control_all_ports, ports))
         return;
-    for (unsigned i = ports.first; i <= ports.last; ++i) {
-        std::uint8_t value = hw_read_byte(fd, limit_ctrl_reg(i));
-        if (flag == 1)
-            value = static_cast<std::uint8_t>(value | RX_FLOW_CONTROL);
-        else
-            value = static_cast<std::uint8_t>(value & ~RX_FLOW_CONTROL);
-        hw_write_byte(fd, limit_ctrl_reg(i), value);
-    }
+    for (unsigned i = ports.first; i <= ports.last; ++i)
+        update_flag_bits(fd, limit_ctrl_reg(i), RX_FLOW_CONTROL, flag);
 }
 
 void SwitchSetRxLimitMode(int fd, std::uint32_t p, std::uint32_t mode) {

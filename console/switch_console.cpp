@@ -6,6 +6,7 @@
 #include "console/cli_parser.h"
 #include "console/hw_access.h"
 #include "console/readline.h"
+#include "core/unique_fd.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -13,6 +14,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <linux/spi/spidev.h>
+#include <memory>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -37,32 +39,29 @@ constexpr const char *CLI_PROMPT = "=>";
 
 int console_spi_open(const char *path) {
     std::printf("going to open input file %s\n", path);
-    const int fd = open(path, O_RDWR);
-    if (fd < 0) {
+    // On a failed set-up the caller only sees -1, so the descriptor is
+    // closed here: nobody else could close it.
+    UniqueFd fd(open(path, O_RDWR));
+    if (!fd.valid()) {
         std::printf("ERROR: Fail to open input file %s\n", path);
         return -1;
     }
-    // On a failed set-up the caller only sees -1, so the descriptor is
-    // closed here: nobody else could close it.
     std::uint8_t mode = CONSOLE_SPI_MODE;
-    if (ioctl(fd, SPI_IOC_WR_MODE, &mode) < 0) {
+    if (ioctl(fd.get(), SPI_IOC_WR_MODE, &mode) < 0) {
         std::printf("ERROR: set SPI mode 0x%02x\n", CONSOLE_SPI_MODE);
-        close(fd);
         return -1;
     }
     std::uint8_t lsb_first = CONSOLE_SPI_LSB_FIRST;
-    if (ioctl(fd, SPI_IOC_WR_LSB_FIRST, &lsb_first) < 0) {
+    if (ioctl(fd.get(), SPI_IOC_WR_LSB_FIRST, &lsb_first) < 0) {
         std::printf("ERROR: Fail to set SPI heading lsb 0x%02x\n", CONSOLE_SPI_LSB_FIRST);
-        close(fd);
         return -1;
     }
     std::uint8_t bits = CONSOLE_SPI_BITS;
-    if (ioctl(fd, SPI_IOC_WR_BITS_PER_WORD, &bits) < 0) {
+    if (ioctl(fd.get(), SPI_IOC_WR_BITS_PER_WORD, &bits) < 0) {
         std::printf("ERROR: Fail to set SPI bits_per_word %d\n", CONSOLE_SPI_BITS);
-        close(fd);
         return -1;
     }
-    return fd;
+    return fd.release();
 }
 
 int console_spi_speed(int fd) {
@@ -113,23 +112,23 @@ int check_device_id(int fd) {
     return 0;
 }
 
+struct MemoryFree {
+    void operator()(char *memory) const { std::free(memory); }
+};
+
 // What a console run holds: the line buffer and its own SPI descriptor.
 // Whatever way the run ends, "exit cli function." is printed first, then the
-// descriptor is closed and the buffer freed.
-class ConsoleRun {
-  public:
+// descriptor is closed (members go in reverse order) and the buffer freed.
+struct ConsoleRun {
     ConsoleRun() = default;
     ConsoleRun(const ConsoleRun &) = delete;
     ConsoleRun &operator=(const ConsoleRun &) = delete;
-    ~ConsoleRun() {
-        std::puts("exit cli function.");
-        if (fd >= 0)
-            close(fd);
-        std::free(line);
-    }
+    ConsoleRun(ConsoleRun &&) = delete;
+    ConsoleRun &operator=(ConsoleRun &&) = delete;
+    ~ConsoleRun() { std::puts("exit cli function."); }
 
-    char *line = nullptr;
-    int fd = -1;
+    std::unique_ptr<char, MemoryFree> line;
+    UniqueFd fd;
 };
 
 // The step messages go to standard error; what went to standard output
@@ -164,15 +163,16 @@ void single_command(int fd, const char *command) {
 }
 
 void console_steps(ConsoleRun &run, const char *command) {
-    run.line = static_cast<char *>(std::malloc(LINE_BUFFER_SIZE));
-    if (run.line == nullptr) {
+    run.line.reset(static_cast<char *>(std::malloc(LINE_BUFFER_SIZE)));
+    if (!run.line) {
         std::puts("alloc rxbuf fail!");
         return;
     }
-    run.fd = console_spi_open(CONSOLE_SPI_DEVICE);
-    if (run.fd < 0)
+    run.fd.reset(console_spi_open(CONSOLE_SPI_DEVICE));
+    if (!run.fd.valid())
         return;
-    if (console_spi_speed(run.fd) < 0) {
+    const int fd = run.fd.get();
+    if (console_spi_speed(fd) < 0) {
         step_message("init Switch SPI fail!\n");
         return;
     }
@@ -180,20 +180,20 @@ void console_steps(ConsoleRun &run, const char *command) {
         step_message("Fail to alloc database memory!\n");
         return;
     }
-    if (selftest_device_spi(run.fd) < 0) {
+    if (selftest_device_spi(fd) < 0) {
         step_message("SPI interface selftest fail!\n");
         return;
     }
-    if (check_device_id(run.fd) < 0) {
+    if (check_device_id(fd) < 0) {
         step_message("Invalid device ID!\n");
         return;
     }
     step_message("valid device ID!\n");
 
     if (command != nullptr)
-        single_command(run.fd, command);
+        single_command(fd, command);
     else
-        prompt_loop(run.fd, run.line);
+        prompt_loop(fd, run.line.get());
 }
 
 } // namespace

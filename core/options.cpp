@@ -72,7 +72,7 @@ void apply(const OptionRow &row, char *argument) {
     case Field::none:
         break;
     case Field::device:
-        spi_device = argument;
+        tool_state.spi_device = argument;
         break;
     case Field::read_addr:
         tool_state.read_addr = option_byte(argument);
@@ -84,7 +84,7 @@ void apply(const OptionRow &row, char *argument) {
         tool_state.value = option_byte(argument);
         break;
     case Field::config:
-        config_path = argument;
+        tool_state.config_path = argument;
         break;
     }
 }

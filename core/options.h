@@ -20,5 +20,5 @@ enum : std::uint32_t {
     ACT_BCMC_2 = 4096,
 };
 
-// Applies every option to tool_state, spi_device and config_path.
+// Applies every option to tool_state.
 void parse_options(int argc, char **argv);
