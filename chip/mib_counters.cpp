@@ -70,7 +70,7 @@ void read_counter(int fd, unsigned address, std::uint32_t &word) {
     const std::uint32_t byte0 = hw_read_byte(fd, REG_MIB_BYTE0);
     const std::uint32_t raw =
         (static_cast<std::uint32_t>(status) << 24) | (byte2 << 16) | (byte1 << 8) | byte0;
-    if (status & MIB_OVERFLOW)
+    if ((status & MIB_OVERFLOW) != 0)
         word += MIB_OVERFLOW_STEP;
     word += raw & MIB_VALUE_MASK;
 }
@@ -87,7 +87,7 @@ void read_dropped(int fd, MibBlock &block, unsigned port_index, unsigned k) {
     if (value == last)
         return;
     block.dropped_raw[k] = value;
-    block.dropped[k] = block.dropped[k] - last + value + (value < last ? 0x10000u : 0u);
+    block.dropped[k] = block.dropped[k] - last + value + (value < last ? 0x10000U : 0U);
 }
 
 // One display row: the label, then one 12-character column per port index
@@ -120,7 +120,7 @@ void SwitchShowMIBCounter(int fd, std::int32_t port) {
         return;
     // The number typed is one more than the port index; computed unsigned so
     // that the largest index cannot overflow.
-    const auto typed = static_cast<std::int32_t>(static_cast<std::uint32_t>(port) + 1u);
+    const auto typed = static_cast<std::int32_t>(static_cast<std::uint32_t>(port) + 1U);
     unsigned first = 1;
     unsigned end = SWITCH_PORTS;
     if (port == MIB_ALL_PORTS) {
@@ -165,7 +165,7 @@ void SwitchClearMIBCounter(int fd) {
             word = 0;
 }
 
-int showmib_cmd(std::uint16_t *argc, char **argv, std::uint16_t, int fd) {
+int showmib_cmd(std::uint16_t *argc, char **argv, std::uint16_t /*usage_index*/, int fd) {
     cli_echo_tokens(*argc, argv, true);
     std::int32_t port = MIB_ALL_PORTS;
     if (*argc >= 1)

@@ -61,11 +61,12 @@ void SwitchShowMirrorInfo(int fd) {
     for (std::uint32_t i = 0; i < SWITCH_PORTS; ++i) {
         const std::uint8_t value = hw_read_byte(fd, mirror_reg(i));
         PortMirrorRow &row = gDrvCtrl->port_mirror[i];
-        row.tx = (value & MONITOR_TX) ? 1 : 0;
-        row.rx = (value & MONITOR_RX) ? 1 : 0;
-        row.sniffer = (value & SNIFFER) ? 1 : 0;
+        row.tx = (value & MONITOR_TX) != 0 ? 1 : 0;
+        row.rx = (value & MONITOR_RX) != 0 ? 1 : 0;
+        row.sniffer = (value & SNIFFER) != 0 ? 1 : 0;
     }
-    gDrvCtrl->mirror_rx_and_tx = (hw_read_byte(fd, REG_GLOBAL_CONTROL) & MIRROR_RX_AND_TX) ? 1 : 0;
+    gDrvCtrl->mirror_rx_and_tx =
+        (hw_read_byte(fd, REG_GLOBAL_CONTROL) & MIRROR_RX_AND_TX) != 0 ? 1 : 0;
 
     // Column c shows port index c; index 0 is read but has no column.
     print_info_heading("\n                  Port :        %s\n");

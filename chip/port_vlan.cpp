@@ -53,7 +53,7 @@ void SwitchSetPortDefaultVid(int fd, std::uint32_t p, std::uint16_t vid) {
         std::printf("error: incorrect default vid (%d) to set! \n", vid);
         return;
     }
-    hw_write_byte(fd, vid_low_reg(p), vid & 0xFFu);
+    hw_write_byte(fd, vid_low_reg(p), vid & 0xFFU);
     const std::uint8_t high = hw_read_byte(fd, vid_high_reg(p));
     hw_write_byte(
         fd, vid_high_reg(p),
@@ -92,12 +92,12 @@ void SwitchShowVlanInfo(int fd) {
         const std::uint8_t tags = hw_read_byte(fd, tag_reg(i));
         const std::uint8_t ingress = hw_read_byte(fd, ingress_reg(i));
         row.default_vid = static_cast<std::uint16_t>(((high & VID_HIGH_BITS) << 8) | low);
-        row.tag_insert = (tags & TAG_INSERT) ? 1 : 0;
-        row.tag_remove = (tags & TAG_REMOVE) ? 1 : 0;
-        row.ingress_filter = (ingress & INGRESS_FILTER) ? 1 : 0;
-        row.discard_non_pvid = (ingress & DISCARD_NON_PVID) ? 1 : 0;
+        row.tag_insert = (tags & TAG_INSERT) != 0 ? 1 : 0;
+        row.tag_remove = (tags & TAG_REMOVE) != 0 ? 1 : 0;
+        row.ingress_filter = (ingress & INGRESS_FILTER) != 0 ? 1 : 0;
+        row.discard_non_pvid = (ingress & DISCARD_NON_PVID) != 0 ? 1 : 0;
     }
-    gDrvCtrl->vlan_8021q = (hw_read_byte(fd, REG_GLOBAL_CONTROL) & GLOBAL_8021Q) ? 1 : 0;
+    gDrvCtrl->vlan_8021q = (hw_read_byte(fd, REG_GLOBAL_CONTROL) & GLOBAL_8021Q) != 0 ? 1 : 0;
 
     // Column c shows port index c; index 0 is read but has no column.
     print_info_heading("\n                Port :        %s\n");

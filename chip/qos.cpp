@@ -66,11 +66,11 @@ bool queue_is_valid(std::int32_t q) {
 void write_queue_field(int fd, unsigned reg, std::int32_t k, std::int32_t q) {
     const unsigned shift = static_cast<unsigned>(2 * k);
     const unsigned value = hw_read_byte(fd, reg);
-    hw_write_byte(fd, reg, (value & ~(3u << shift)) | (static_cast<unsigned>(q) << shift));
+    hw_write_byte(fd, reg, (value & ~(3U << shift)) | (static_cast<unsigned>(q) << shift));
 }
 
 std::uint8_t queue_field(std::uint8_t value, unsigned k) {
-    return static_cast<std::uint8_t>((value >> (2 * k)) & 3u);
+    return static_cast<std::uint8_t>((value >> (2 * k)) & 3U);
 }
 
 constexpr std::array<FlagLine<PortQosRow>, 4> flag_lines{{
@@ -82,6 +82,39 @@ constexpr std::array<FlagLine<PortQosRow>, 4> flag_lines{{
 
 constexpr const char *MAP_INDENT = "                              "; // under the labels
 constexpr int MAP_ITEMS_PER_LINE = 8;
+
+// The settings of one port; the maps are read apart.
+void read_port_qos(int fd, std::uint32_t p, PortQosRow &row) {
+    row.split_4q = (hw_read_byte(fd, split_reg(p)) & SPLIT_4Q) != 0 ? 1 : 0;
+    const std::uint8_t ctrl = hw_read_byte(fd, port_ctrl_reg(p));
+    row.base_queue = static_cast<std::uint8_t>((ctrl & BASE_QUEUE_MASK) >> BASE_QUEUE_SHIFT);
+    row.dot1p = (ctrl & DOT1P) != 0 ? 1 : 0;
+    row.diffserv = (ctrl & DIFFSERV) != 0 ? 1 : 0;
+    // Fair queueing is on only when all four queue registers say so.
+    row.wfq = 1;
+    for (unsigned reg = wfq_last_reg(p); reg >= wfq_first_reg(p); --reg) {
+        if ((hw_read_byte(fd, reg) & WFQ) == 0) {
+            row.wfq = 0;
+            break;
+        }
+    }
+}
+
+// The two mapping lines, the TOS map eight items to a line.
+void print_maps(const PortQosRow &maps) {
+    std::fputs("802.1p mapping to Q         : ", stdout);
+    for (int k = 0; k < 8; ++k)
+        std::printf("%2d-Q%d  ", k, maps.tag_queue[k]);
+    std::fputs("\n", stdout);
+
+    std::fputs("DiffServ mapping to Q       : ", stdout);
+    for (int t = 0; t < 64; ++t) {
+        std::printf("%2d-Q%d  ", t, maps.tos_queue[t]);
+        if ((t + 1) % MAP_ITEMS_PER_LINE == 0)
+            std::printf("\n%s", MAP_INDENT);
+    }
+    std::fputs("\n", stdout);
+}
 
 } // namespace
 
@@ -103,7 +136,7 @@ void SwitchSetPortSplitQueue(int fd, std::uint32_t p, std::int32_t flag) {
     // The chip-wide bit follows all ports, not only the one just changed.
     std::int32_t any_split = 0;
     for (std::uint32_t i = 0; i < SWITCH_PORTS; ++i) {
-        if (hw_read_byte(fd, split_reg(i)) & SPLIT_4Q) {
+        if ((hw_read_byte(fd, split_reg(i)) & SPLIT_4Q) != 0) {
             any_split = 1;
             break;
         }
@@ -162,22 +195,8 @@ void SwitchSetPortDot1p(int fd, std::uint32_t p, std::int32_t flag) {
 void SwitchShowQosInfo(int fd) {
     if (gDrvCtrl == nullptr)
         return;
-    for (std::uint32_t i = 0; i < SWITCH_PORTS; ++i) {
-        PortQosRow &row = gDrvCtrl->port_qos[i];
-        row.split_4q = (hw_read_byte(fd, split_reg(i)) & SPLIT_4Q) ? 1 : 0;
-        const std::uint8_t ctrl = hw_read_byte(fd, port_ctrl_reg(i));
-        row.base_queue = static_cast<std::uint8_t>((ctrl & BASE_QUEUE_MASK) >> BASE_QUEUE_SHIFT);
-        row.dot1p = (ctrl & DOT1P) ? 1 : 0;
-        row.diffserv = (ctrl & DIFFSERV) ? 1 : 0;
-        // Fair queueing is on only when all four queue registers say so.
-        row.wfq = 1;
-        for (unsigned reg = wfq_last_reg(i); reg >= wfq_first_reg(i); --reg) {
-            if ((hw_read_byte(fd, reg) & WFQ) == 0) {
-                row.wfq = 0;
-                break;
-            }
-        }
-    }
+    for (std::uint32_t i = 0; i < SWITCH_PORTS; ++i)
+        read_port_qos(fd, i, gDrvCtrl->port_qos[i]);
     // The maps are chip-wide and kept in row 0.
     PortQosRow &maps = gDrvCtrl->port_qos[0];
     for (unsigned k = 0; k < 8; ++k)
@@ -192,19 +211,7 @@ void SwitchShowQosInfo(int fd) {
     for (int c = 1; c <= 4; ++c)
         std::printf("      Q%d    ", gDrvCtrl->port_qos[c].base_queue);
     std::fputs("\n", stdout);
-
-    std::fputs("802.1p mapping to Q         : ", stdout);
-    for (int k = 0; k < 8; ++k)
-        std::printf("%2d-Q%d  ", k, maps.tag_queue[k]);
-    std::fputs("\n", stdout);
-
-    std::fputs("DiffServ mapping to Q       : ", stdout);
-    for (int t = 0; t < 64; ++t) {
-        std::printf("%2d-Q%d  ", t, maps.tos_queue[t]);
-        if ((t + 1) % MAP_ITEMS_PER_LINE == 0)
-            std::printf("\n%s", MAP_INDENT);
-    }
-    std::fputs("\n", stdout);
+    print_maps(maps);
 }
 
 int qoswfq_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {

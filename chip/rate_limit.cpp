@@ -152,6 +152,37 @@ constexpr std::array<FlagLine<RateQueueRow>, 2> enable_lines{{
     {"Rate Limit receive       ", &RateQueueRow::rx_enabled},
 }};
 
+void read_port_rates(int fd, std::uint32_t p, PortRateRow &row) {
+    for (unsigned q = 0; q < QUEUES; ++q) {
+        RateQueueRow &queue = row.queue[q];
+        queue.tx_rate = hw_read_byte(fd, rate_reg(EGRESS_BASE, p, q)) & RATE_CODE_MASK;
+        queue.rx_rate = hw_read_byte(fd, rate_reg(INGRESS_BASE, p, q)) & RATE_CODE_MASK;
+        queue.tx_enabled = queue.tx_rate != 0 ? 1 : 0;
+        queue.rx_enabled = queue.rx_rate != 0 ? 1 : 0;
+    }
+    // Flow control and the limit mode belong to the port; kept in queue row 0.
+    const std::uint8_t ctrl = hw_read_byte(fd, limit_ctrl_reg(p));
+    row.queue[0].rx_flow_control = (ctrl & RX_FLOW_CONTROL) != 0 ? 1 : 0;
+    row.queue[0].rx_limit_mode =
+        static_cast<std::uint8_t>((ctrl & LIMIT_MODE_MASK) >> LIMIT_MODE_SHIFT);
+}
+
+// "<label>(Q<q>) : " and the rate of queue q of each column in Kbps.
+void print_rate_line(const RateLine &line, int q, const PortRateRow *rows) {
+    std::printf("%s(Q%d) : ", line.label, q);
+    for (int c = 1; c <= 4; ++c)
+        std::printf("%8d    ", shown_kbps(rows[c].queue[q].*line.field));
+    std::fputs("\n", stdout);
+}
+
+// "<label>(Q<q>) : " and whether queue q of each column has a limit.
+void print_enable_line(const FlagLine<RateQueueRow> &line, int q, const PortRateRow *rows) {
+    std::printf("%s(Q%d) : ", line.label, q);
+    for (int c = 1; c <= 4; ++c)
+        std::printf("%s    ", on_off_text[rows[c].queue[q].*line.field]);
+    std::fputs("\n", stdout);
+}
+
 } // namespace
 
 std::int32_t RateKbpsToCode(std::int32_t kbps) {
@@ -211,47 +242,25 @@ void SwitchSetRxLimitMode(int fd, std::uint32_t p, std::uint32_t mode) {
 void SwitchShowRateInfo(int fd) {
     if (gDrvCtrl == nullptr)
         return;
-    for (std::uint32_t i = 0; i < SWITCH_PORTS; ++i) {
-        PortRateRow &row = gDrvCtrl->port_rate[i];
-        for (unsigned q = 0; q < QUEUES; ++q) {
-            RateQueueRow &queue = row.queue[q];
-            queue.tx_rate = hw_read_byte(fd, rate_reg(EGRESS_BASE, i, q)) & RATE_CODE_MASK;
-            queue.rx_rate = hw_read_byte(fd, rate_reg(INGRESS_BASE, i, q)) & RATE_CODE_MASK;
-            queue.tx_enabled = queue.tx_rate != 0 ? 1 : 0;
-            queue.rx_enabled = queue.rx_rate != 0 ? 1 : 0;
-        }
-        // Flow control and the limit mode belong to the port; kept in queue row 0.
-        const std::uint8_t ctrl = hw_read_byte(fd, limit_ctrl_reg(i));
-        row.queue[0].rx_flow_control = (ctrl & RX_FLOW_CONTROL) ? 1 : 0;
-        row.queue[0].rx_limit_mode =
-            static_cast<std::uint8_t>((ctrl & LIMIT_MODE_MASK) >> LIMIT_MODE_SHIFT);
-    }
+    for (std::uint32_t i = 0; i < SWITCH_PORTS; ++i)
+        read_port_rates(fd, i, gDrvCtrl->port_rate[i]);
 
     // Column c shows port index c; index 0 is read but has no column.
+    const PortRateRow *rows = gDrvCtrl->port_rate;
     print_info_heading("\n                         Port :        %s\n");
-    for (const RateLine &line : rate_lines) {
-        for (int q = 0; q < QUEUES; ++q) {
-            std::printf("%s(Q%d) : ", line.label, q);
-            for (int c = 1; c <= 4; ++c)
-                std::printf("%8d    ", shown_kbps(gDrvCtrl->port_rate[c].queue[q].*line.field));
-            std::fputs("\n", stdout);
-        }
-    }
-    for (const FlagLine<RateQueueRow> &line : enable_lines) {
-        for (int q = 0; q < QUEUES; ++q) {
-            std::printf("%s(Q%d) : ", line.label, q);
-            for (int c = 1; c <= 4; ++c)
-                std::printf("%s    ", on_off_text[gDrvCtrl->port_rate[c].queue[q].*line.field]);
-            std::fputs("\n", stdout);
-        }
-    }
+    for (const RateLine &line : rate_lines)
+        for (int q = 0; q < QUEUES; ++q)
+            print_rate_line(line, q, rows);
+    for (const FlagLine<RateQueueRow> &line : enable_lines)
+        for (int q = 0; q < QUEUES; ++q)
+            print_enable_line(line, q, rows);
     std::fputs("Receive flow control          : ", stdout);
     for (int c = 1; c <= 4; ++c)
-        std::printf("%s    ", on_off_text[gDrvCtrl->port_rate[c].queue[0].rx_flow_control]);
+        std::printf("%s    ", on_off_text[rows[c].queue[0].rx_flow_control]);
     std::fputs("\n", stdout);
     std::fputs("Rate Limit receive mode       : ", stdout);
     for (int c = 1; c <= 4; ++c)
-        std::printf("%8d    ", gDrvCtrl->port_rate[c].queue[0].rx_limit_mode);
+        std::printf("%8d    ", rows[c].queue[0].rx_limit_mode);
     std::fputs("\n", stdout);
 }
 

@@ -39,9 +39,9 @@ std::uint32_t HardwareReadStaticMac(int fd, unsigned row, std::uint8_t *mac, std
     for (unsigned i = 0; i < MAC_BYTES; ++i)
         mac[i] = hw_read_byte(fd, REG_STATIC_MAC_FIRST + i);
     *fid = static_cast<std::uint8_t>(fid_byte >> 1);
-    *use_fid = fid_byte & 0x01u;
-    *override = (flags & STATIC_OVERRIDE) ? 1u : 0u;
-    *valid = (flags & STATIC_VALID) ? 1u : 0u;
+    *use_fid = fid_byte & 0x01U;
+    *override = (flags & STATIC_OVERRIDE) != 0 ? 1U : 0U;
+    *valid = (flags & STATIC_VALID) != 0 ? 1U : 0U;
     *ports = static_cast<std::uint16_t>(flags & STATIC_PORT_MASK);
     return *valid;
 }
@@ -50,13 +50,13 @@ void HardwareWriteStaticMac(int fd, unsigned row, const std::uint8_t *mac, std::
                             std::uint8_t fid, std::uint32_t override, std::uint32_t use_fid,
                             std::uint32_t valid) {
     unsigned flags = ports & STATIC_PORT_MASK;
-    if (valid)
+    if (valid != 0U)
         flags |= STATIC_VALID;
-    if (override)
+    if (override != 0U)
         flags |= STATIC_OVERRIDE;
-    if (use_fid)
+    if (use_fid != 0U)
         flags |= STATIC_WRITE_USE_FID;
-    hw_write_byte(fd, REG_STATIC_FID, fid & 0x7Fu);
+    hw_write_byte(fd, REG_STATIC_FID, fid & 0x7FU);
     hw_write_byte(fd, REG_STATIC_FLAGS, flags);
     for (unsigned i = 0; i < MAC_BYTES; ++i)
         hw_write_byte(fd, REG_STATIC_MAC_FIRST + i, mac[i]);
@@ -73,7 +73,7 @@ void write_zero_row(int fd, unsigned row) {
 }
 
 const char *yes_no(std::uint32_t flag) {
-    return flag ? "Yes  " : "No   ";
+    return flag != 0U ? "Yes  " : "No   ";
 }
 
 } // namespace
@@ -101,7 +101,7 @@ void SwitchReadStaticMacTable(int fd) {
         char ports[9];
         format_port_map(static_cast<std::uint32_t>(entry.ports >> 1), ports);
         std::printf("%4d   ", static_cast<int>(row));
-        std::printf("%s ", entry.valid ? "   V    " : "        ");
+        std::printf("%s ", entry.valid != 0U ? "   V    " : "        ");
         std::printf("%02x:%02x:%02x:%02x:%02x:%02x", entry.mac[0], entry.mac[1], entry.mac[2],
                     entry.mac[3], entry.mac[4], entry.mac[5]);
         std::printf("  %4d  ", entry.fid);

@@ -22,7 +22,7 @@ constexpr unsigned VLAN_ROWS = 4096;
 constexpr unsigned VLAN_REG_HIGH = 114;
 constexpr unsigned VLAN_REG_LOW = 120;
 constexpr unsigned VLAN_ROW_BITS = 13;
-constexpr std::uint64_t VLAN_ROW_MASK = (1u << VLAN_ROW_BITS) - 1;
+constexpr std::uint64_t VLAN_ROW_MASK = (1U << VLAN_ROW_BITS) - 1;
 
 // Bit position in the word of the byte held by a data register.
 constexpr unsigned vlan_register_shift(unsigned reg) {
@@ -30,8 +30,8 @@ constexpr unsigned vlan_register_shift(unsigned reg) {
 }
 
 constexpr std::uint16_t vlan_row_pack(std::uint8_t fid, std::uint16_t ports, bool valid) {
-    return static_cast<std::uint16_t>((fid & 0x7Fu) | ((ports & 0x1Fu) << 7) |
-                                      (valid ? 1u << 12 : 0u));
+    return static_cast<std::uint16_t>((fid & 0x7FU) | ((ports & 0x1FU) << 7) |
+                                      (valid ? 1U << 12 : 0U));
 }
 
 constexpr std::uint16_t vlan_word_row(std::uint64_t word, unsigned position) {
@@ -52,7 +52,7 @@ unsigned vlan_address(unsigned vid) {
     return vid >> 2;
 }
 unsigned vlan_position(unsigned vid) {
-    return vid & 3u;
+    return vid & 3U;
 }
 
 // The data registers holding the row at a position, from the low end up.
@@ -76,9 +76,9 @@ std::uint32_t HardwareReadVlan(int fd, std::uint16_t vid, std::uint16_t *out_vid
     }
     const std::uint16_t row = vlan_word_row(word, position);
     *out_vid = vid;
-    *fid = static_cast<std::uint8_t>(row & 0x7Fu);
-    *ports = static_cast<std::uint16_t>((row >> 7) & 0x1Fu);
-    *valid = (row >> 12) & 1u;
+    *fid = static_cast<std::uint8_t>(row & 0x7FU);
+    *ports = static_cast<std::uint16_t>((row >> 7) & 0x1FU);
+    *valid = (row >> 12) & 1U;
     return *valid;
 }
 
@@ -134,7 +134,7 @@ void SwitchShowVlanTable(int fd, std::int32_t first, std::int32_t count) {
         char port_map[9];
         format_port_map(static_cast<std::uint32_t>(row.ports >> 1), port_map);
         std::printf("%4d   ", static_cast<int>(index));
-        std::printf("%s ", row.valid ? "    V   " : "        ");
+        std::printf("%s ", row.valid != 0U ? "    V   " : "        ");
         std::printf("%4d ", row.vid);
         std::printf("  %4d  ", row.fid);
         std::printf("     %s\n", port_map);
@@ -146,13 +146,13 @@ void SwitchCreateVlan(int fd, std::int32_t vid, std::uint8_t fid) {
         std::printf("error: incorrect vid (%d) to create in the VLAN table! \n", vid);
         return;
     }
-    if (fid & 0x80) {
+    if ((fid & 0x80) != 0) {
         std::printf("error: incorrect fid (%d) to create in the VLAN table! \n", fid);
         return;
     }
     VlanRow row{};
     read_row(fd, static_cast<unsigned>(vid), row);
-    if (row.valid) {
+    if (row.valid != 0U) {
         std::printf("this VLAN entry (%d) is already exist! \n", vid);
         return;
     }
@@ -203,7 +203,7 @@ void SwitchUpdateVlanPort(int fd, std::uint32_t vid, std::uint8_t fid, std::uint
     HardwareWriteVlan(fd, static_cast<std::uint16_t>(vid), fid, row->ports, 1);
 }
 
-int vlan_cmd(std::uint16_t *argc, char **argv, std::uint16_t, int fd) {
+int vlan_cmd(std::uint16_t *argc, char **argv, std::uint16_t /*usage_index*/, int fd) {
     cli_echo_tokens(*argc, argv, true);
     std::int32_t first = 0;
     std::int32_t count = VLAN_SHOW_DEFAULT_COUNT;

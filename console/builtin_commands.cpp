@@ -16,7 +16,8 @@ constexpr int REGISTER_BASE = 16;
 
 } // namespace
 
-int help_cmd(std::uint16_t *, char **, std::uint16_t, int) {
+int help_cmd(std::uint16_t * /*argc*/, char ** /*argv*/, std::uint16_t /*usage_index*/,
+             int /*fd*/) {
     for (const char *row : cli_usage_table) {
         if (row[0] == '\0')
             break;
@@ -26,7 +27,8 @@ int help_cmd(std::uint16_t *, char **, std::uint16_t, int) {
     return 1;
 }
 
-int exit_cmd(std::uint16_t *, char **, std::uint16_t, int) {
+int exit_cmd(std::uint16_t * /*argc*/, char ** /*argv*/, std::uint16_t /*usage_index*/,
+             int /*fd*/) {
     free_database();
     return 1;
 }

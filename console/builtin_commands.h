@@ -13,7 +13,7 @@ int hwwriteb_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, in
 
 // A handler's name as a template argument.
 template <std::size_t N> struct HandlerName {
-    // NOLINTNEXTLINE(google-explicit-constructor): built from the literal in the row
+    // Not explicit: the row writes the name as a literal.
     constexpr HandlerName(const char (&name)[N]) {
         for (std::size_t i = 0; i < N; ++i)
             text[i] = name[i];

@@ -36,7 +36,7 @@ bool cli_take_tokens(std::uint16_t argc, char **argv, std::uint16_t needed,
 }
 
 std::uint32_t cli_port_index(const char *token) {
-    return static_cast<std::uint32_t>(cli_number(token, 10)) - 1u;
+    return static_cast<std::uint32_t>(cli_number(token, 10)) - 1U;
 }
 
 std::int32_t cli_int(const char *token) {

@@ -18,4 +18,5 @@ struct ToolState {
 };
 
 // All zero at process start, but for the default device.
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): the process-wide record
 extern ToolState tool_state;
