@@ -37,7 +37,19 @@ constexpr std::array<OptionRow, 14> option_table{{
     {'h', "help", no_argument, ACT_HELP, Field::none},
 }};
 
-constexpr char SHORT_OPTIONS[] = "D:mur:w:v:dMc:Cy1:2:h";
+// The short-option string of the table: each letter, with a colon after the
+// letters that take an argument ("D:mur:w:v:dMc:Cy1:2:h").
+constexpr auto make_short_options() {
+    std::array<char, 2 * option_table.size() + 1> text{};
+    std::size_t at = 0;
+    for (const OptionRow &row : option_table) {
+        text[at++] = row.letter;
+        if (row.has_arg == required_argument)
+            text[at++] = ':';
+    }
+    return text;
+}
+constexpr auto short_options = make_short_options();
 
 constexpr std::size_t long_option_count() {
     std::size_t count = 0;
@@ -91,10 +103,13 @@ void apply(const OptionRow &row, char *argument) {
 } // namespace
 
 void parse_options(int argc, char **argv) {
-    int letter;
     // An unknown option or a missing argument shows only the parser's own
     // message; parsing goes on.
-    while ((letter = getopt_long(argc, argv, SHORT_OPTIONS, long_options.data(), nullptr)) != -1) {
+    for (;;) {
+        const int letter =
+            getopt_long(argc, argv, short_options.data(), long_options.data(), nullptr);
+        if (letter == -1)
+            return;
         for (const OptionRow &row : option_table) {
             if (row.letter == letter) {
                 apply(row, optarg);
