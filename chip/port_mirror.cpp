@@ -21,15 +21,8 @@ constexpr std::uint8_t MONITOR_TX = 0x20;
 constexpr std::uint8_t MONITOR_RX = 0x40;
 constexpr std::uint8_t SNIFFER = 0x80;
 
-constexpr unsigned mirror_reg(std::uint32_t p) {
-    return 16 * p + 17;
-}
-
-void set_port_bit(int fd, std::uint32_t p, std::uint8_t mask, std::int32_t flag) {
-    if (!port_index_valid(p))
-        return;
-    update_flag_bits(fd, mirror_reg(p), mask, flag);
-}
+// Offset of the mirror register in a port's register block.
+constexpr unsigned MIRROR_OFFSET = 17;
 
 constexpr std::array<FlagLine<PortMirrorRow>, 3> flag_lines{{
     {"Mirror monitor transmit: ", &PortMirrorRow::tx},
@@ -40,15 +33,15 @@ constexpr std::array<FlagLine<PortMirrorRow>, 3> flag_lines{{
 } // namespace
 
 void SwitchSetPortMirrorTx(int fd, std::uint32_t p, std::int32_t flag) {
-    set_port_bit(fd, p, MONITOR_TX, flag);
+    update_port_flag_bits(fd, p, MIRROR_OFFSET, MONITOR_TX, flag);
 }
 
 void SwitchSetPortMirrorRx(int fd, std::uint32_t p, std::int32_t flag) {
-    set_port_bit(fd, p, MONITOR_RX, flag);
+    update_port_flag_bits(fd, p, MIRROR_OFFSET, MONITOR_RX, flag);
 }
 
 void SwitchSetPortSniffer(int fd, std::uint32_t p, std::int32_t flag) {
-    set_port_bit(fd, p, SNIFFER, flag);
+    update_port_flag_bits(fd, p, MIRROR_OFFSET, SNIFFER, flag);
 }
 
 void SwitchSetMirrorMode(int fd, std::int32_t sel) {
@@ -59,7 +52,7 @@ void SwitchShowMirrorInfo(int fd) {
     if (gDrvCtrl == nullptr)
         return;
     for (std::uint32_t i = 0; i < SWITCH_PORTS; ++i) {
-        const std::uint8_t value = hw_read_byte(fd, mirror_reg(i));
+        const std::uint8_t value = hw_read_byte(fd, port_reg(i, MIRROR_OFFSET));
         PortMirrorRow &row = gDrvCtrl->port_mirror[i];
         row.tx = (value & MONITOR_TX) != 0 ? 1 : 0;
         row.rx = (value & MONITOR_RX) != 0 ? 1 : 0;

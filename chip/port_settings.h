@@ -16,3 +16,13 @@ std::uint8_t with_flag_bits(std::uint8_t value, std::uint8_t mask, std::int32_t 
 // Reads the register and writes it back with the bits of mask set or cleared;
 // every other bit passes through unchanged.
 void update_flag_bits(int fd, unsigned reg, std::uint8_t mask, std::int32_t on);
+
+// Each port has a block of 16 registers: the register at offset in port p's
+// block is 16p + offset.
+constexpr unsigned port_reg(std::uint32_t p, unsigned offset) {
+    return 16 * p + offset;
+}
+
+// The port check, then update_flag_bits on the port's register 16p + offset.
+void update_port_flag_bits(int fd, std::uint32_t p, unsigned offset, std::uint8_t mask,
+                           std::int32_t on);

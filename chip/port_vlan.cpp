@@ -23,18 +23,11 @@ constexpr std::uint8_t INGRESS_FILTER = 0x40; // register 16p + 18
 constexpr std::uint8_t DISCARD_NON_PVID = 0x20;
 constexpr std::uint8_t VID_HIGH_BITS = 0x0F; // register 16p + 19
 
-constexpr unsigned tag_reg(std::uint32_t p) {
-    return 16 * p + 16;
-}
-constexpr unsigned ingress_reg(std::uint32_t p) {
-    return 16 * p + 18;
-}
-constexpr unsigned vid_high_reg(std::uint32_t p) {
-    return 16 * p + 19;
-}
-constexpr unsigned vid_low_reg(std::uint32_t p) {
-    return 16 * p + 20;
-}
+// Offsets in a port's register block.
+constexpr unsigned TAG_OFFSET = 16;
+constexpr unsigned INGRESS_OFFSET = 18;
+constexpr unsigned VID_HIGH_OFFSET = 19;
+constexpr unsigned VID_LOW_OFFSET = 20;
 
 constexpr std::array<FlagLine<PortVlanRow>, 4> flag_lines{{
     {"VLAN tag insertion   : ", &PortVlanRow::tag_insert},
@@ -53,10 +46,10 @@ void SwitchSetPortDefaultVid(int fd, std::uint32_t p, std::uint16_t vid) {
         std::printf("error: incorrect default vid (%d) to set! \n", vid);
         return;
     }
-    hw_write_byte(fd, vid_low_reg(p), vid & 0xFFU);
-    const std::uint8_t high = hw_read_byte(fd, vid_high_reg(p));
+    hw_write_byte(fd, port_reg(p, VID_LOW_OFFSET), vid & 0xFFU);
+    const std::uint8_t high = hw_read_byte(fd, port_reg(p, VID_HIGH_OFFSET));
     hw_write_byte(
-        fd, vid_high_reg(p),
+        fd, port_reg(p, VID_HIGH_OFFSET),
         static_cast<std::uint8_t>((high & ~VID_HIGH_BITS) | ((vid >> 8) & VID_HIGH_BITS)));
 }
 
@@ -65,21 +58,15 @@ void SwitchSet8021Q(int fd, std::int32_t enable) {
 }
 
 void SwitchSetPortVlanTag(int fd, std::uint32_t p, std::int32_t tag, std::int32_t enable) {
-    if (!port_index_valid(p))
-        return;
-    update_flag_bits(fd, tag_reg(p), tag == 1 ? TAG_INSERT : TAG_REMOVE, enable);
+    update_port_flag_bits(fd, p, TAG_OFFSET, tag == 1 ? TAG_INSERT : TAG_REMOVE, enable);
 }
 
 void SwitchSetPortIngressFilter(int fd, std::uint32_t p, std::int32_t flag) {
-    if (!port_index_valid(p))
-        return;
-    update_flag_bits(fd, ingress_reg(p), INGRESS_FILTER, flag);
+    update_port_flag_bits(fd, p, INGRESS_OFFSET, INGRESS_FILTER, flag);
 }
 
 void SwitchSetPortDiscardNonVid(int fd, std::uint32_t p, std::int32_t flag) {
-    if (!port_index_valid(p))
-        return;
-    update_flag_bits(fd, ingress_reg(p), DISCARD_NON_PVID, flag);
+    update_port_flag_bits(fd, p, INGRESS_OFFSET, DISCARD_NON_PVID, flag);
 }
 
 void SwitchShowVlanInfo(int fd) {
@@ -87,10 +74,10 @@ void SwitchShowVlanInfo(int fd) {
         return;
     for (std::uint32_t i = 0; i < SWITCH_PORTS; ++i) {
         PortVlanRow &row = gDrvCtrl->port_vlan[i];
-        const std::uint8_t low = hw_read_byte(fd, vid_low_reg(i));
-        const std::uint8_t high = hw_read_byte(fd, vid_high_reg(i));
-        const std::uint8_t tags = hw_read_byte(fd, tag_reg(i));
-        const std::uint8_t ingress = hw_read_byte(fd, ingress_reg(i));
+        const std::uint8_t low = hw_read_byte(fd, port_reg(i, VID_LOW_OFFSET));
+        const std::uint8_t high = hw_read_byte(fd, port_reg(i, VID_HIGH_OFFSET));
+        const std::uint8_t tags = hw_read_byte(fd, port_reg(i, TAG_OFFSET));
+        const std::uint8_t ingress = hw_read_byte(fd, port_reg(i, INGRESS_OFFSET));
         row.default_vid = static_cast<std::uint16_t>(((high & VID_HIGH_BITS) << 8) | low);
         row.tag_insert = (tags & TAG_INSERT) != 0 ? 1 : 0;
         row.tag_remove = (tags & TAG_REMOVE) != 0 ? 1 : 0;

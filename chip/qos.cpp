@@ -37,8 +37,9 @@ constexpr std::uint8_t SPLIT_4Q = 0x02;
 // Registers 16p + 178 to 16p + 181.
 constexpr std::uint8_t WFQ = 0x80;
 
+constexpr unsigned PORT_CTRL_OFFSET = 16; // in a port's register block
 constexpr unsigned port_ctrl_reg(std::uint32_t p) {
-    return 16 * p + 16;
+    return port_reg(p, PORT_CTRL_OFFSET);
 }
 constexpr unsigned split_reg(std::uint32_t p) {
     return 16 * p + 177;
@@ -82,6 +83,33 @@ constexpr std::array<FlagLine<PortQosRow>, 4> flag_lines{{
 
 constexpr const char *MAP_INDENT = "                              "; // under the labels
 constexpr int MAP_ITEMS_PER_LINE = 8;
+
+// A chip-wide map to the transmit queues: four 2-bit queue fields per
+// register from first_reg on.
+struct QueueMap {
+    std::int32_t last; // the largest value the map holds
+    unsigned first_reg;
+    const char *range_error; // with the value
+    const char *mapped;      // with the value and the queue
+};
+constexpr QueueMap PRIORITY_MAP{LAST_PRIORITY, REG_PRIORITY_MAP,
+                                "error: incorrect 802.1p priority value(%d) to set! \n",
+                                "QoS 802.1p priority %d mapping to Q%d. \n"};
+constexpr QueueMap TOS_MAP{LAST_TOS, REG_TOS_MAP, "error: incorrect TOS (%d) value to set! \n",
+                           "QoS TOS priority %d mapping to Q%d. \n"};
+
+// The value is checked before the queue. Negative values are refused like
+// too large ones (see queue_is_valid).
+void map_to_queue(int fd, const QueueMap &map, std::int32_t value, std::int32_t q) {
+    if (value < 0 || value > map.last) {
+        std::printf(map.range_error, value);
+        return;
+    }
+    if (!queue_is_valid(q))
+        return;
+    write_queue_field(fd, map.first_reg + static_cast<unsigned>(value / 4), value % 4, q);
+    std::printf(map.mapped, value, q);
+}
 
 // The settings of one port; the maps are read apart.
 void read_port_qos(int fd, std::uint32_t p, PortQosRow &row) {
@@ -145,27 +173,11 @@ void SwitchSetPortSplitQueue(int fd, std::uint32_t p, std::int32_t flag) {
 }
 
 void SwitchMapTagToQueue(int fd, std::int32_t priority, std::int32_t q) {
-    // Negative priorities are refused like too large ones (see queue_is_valid).
-    if (priority < 0 || priority > LAST_PRIORITY) {
-        std::printf("error: incorrect 802.1p priority value(%d) to set! \n", priority);
-        return;
-    }
-    if (!queue_is_valid(q))
-        return;
-    write_queue_field(fd, REG_PRIORITY_MAP + static_cast<unsigned>(priority / 4), priority % 4, q);
-    std::printf("QoS 802.1p priority %d mapping to Q%d. \n", priority, q);
+    map_to_queue(fd, PRIORITY_MAP, priority, q);
 }
 
 void SwitchMapTosToQueue(int fd, std::int32_t tos, std::int32_t q) {
-    // Negative TOS values are refused like too large ones (see queue_is_valid).
-    if (tos < 0 || tos > LAST_TOS) {
-        std::printf("error: incorrect TOS (%d) value to set! \n", tos);
-        return;
-    }
-    if (!queue_is_valid(q))
-        return;
-    write_queue_field(fd, REG_TOS_MAP + static_cast<unsigned>(tos / 4), tos % 4, q);
-    std::printf("QoS TOS priority %d mapping to Q%d. \n", tos, q);
+    map_to_queue(fd, TOS_MAP, tos, q);
 }
 
 void SwitchSetPortBaseQueue(int fd, std::uint32_t p, std::int32_t flag, std::int32_t q) {
@@ -181,15 +193,11 @@ void SwitchSetPortBaseQueue(int fd, std::uint32_t p, std::int32_t flag, std::int
 }
 
 void SwitchSetPortDiffServ(int fd, std::uint32_t p, std::int32_t flag) {
-    if (!port_index_valid(p))
-        return;
-    update_flag_bits(fd, port_ctrl_reg(p), DIFFSERV, flag);
+    update_port_flag_bits(fd, p, PORT_CTRL_OFFSET, DIFFSERV, flag);
 }
 
 void SwitchSetPortDot1p(int fd, std::uint32_t p, std::int32_t flag) {
-    if (!port_index_valid(p))
-        return;
-    update_flag_bits(fd, port_ctrl_reg(p), DOT1P, flag);
+    update_port_flag_bits(fd, p, PORT_CTRL_OFFSET, DOT1P, flag);
 }
 
 void SwitchShowQosInfo(int fd) {

@@ -34,6 +34,19 @@ constexpr unsigned int REG_CHIP_ID = 0x00;
 constexpr unsigned int REG_SELFTEST = 0x68;
 constexpr int SELFTEST_PASSES = 255;
 
+// The byte-wide settings of the console's device, in the order they are set,
+// each with its message of failure.
+struct ByteSetting {
+    unsigned long request;
+    std::uint8_t value;
+    const char *error_format;
+};
+constexpr ByteSetting console_spi_settings[] = {
+    {SPI_IOC_WR_MODE, CONSOLE_SPI_MODE, "ERROR: set SPI mode 0x%02x\n"},
+    {SPI_IOC_WR_LSB_FIRST, CONSOLE_SPI_LSB_FIRST, "ERROR: Fail to set SPI heading lsb 0x%02x\n"},
+    {SPI_IOC_WR_BITS_PER_WORD, CONSOLE_SPI_BITS, "ERROR: Fail to set SPI bits_per_word %d\n"},
+};
+
 constexpr const char *CLI_VERSION = "1.0.2 ";
 constexpr const char *CLI_PROMPT = "=>";
 
@@ -46,20 +59,12 @@ int console_spi_open(const char *path) {
         std::printf("ERROR: Fail to open input file %s\n", path);
         return -1;
     }
-    std::uint8_t mode = CONSOLE_SPI_MODE;
-    if (ioctl(fd.get(), SPI_IOC_WR_MODE, &mode) < 0) {
-        std::printf("ERROR: set SPI mode 0x%02x\n", CONSOLE_SPI_MODE);
-        return -1;
-    }
-    std::uint8_t lsb_first = CONSOLE_SPI_LSB_FIRST;
-    if (ioctl(fd.get(), SPI_IOC_WR_LSB_FIRST, &lsb_first) < 0) {
-        std::printf("ERROR: Fail to set SPI heading lsb 0x%02x\n", CONSOLE_SPI_LSB_FIRST);
-        return -1;
-    }
-    std::uint8_t bits = CONSOLE_SPI_BITS;
-    if (ioctl(fd.get(), SPI_IOC_WR_BITS_PER_WORD, &bits) < 0) {
-        std::printf("ERROR: Fail to set SPI bits_per_word %d\n", CONSOLE_SPI_BITS);
-        return -1;
+    for (const ByteSetting &setting : console_spi_settings) {
+        std::uint8_t value = setting.value;
+        if (ioctl(fd.get(), setting.request, &value) < 0) {
+            std::printf(setting.error_format, setting.value);
+            return -1;
+        }
     }
     return fd.release();
 }
