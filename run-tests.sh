@@ -1,6 +1,6 @@
 #!/bin/sh
-# Builds the tool with warnings as errors and passes every test: the unit
-# tests, the end-to-end suite on the simulated board (with the staged install,
+# Builds the tool with warnings as errors, runs clang-tidy on the product, and
+# passes every test: the unit tests, the end-to-end suite on the simulated board (with the staged install,
 # the man pages, the init script and the daemon among real avahi services),
 # the end-to-end suite again on a build with AddressSanitizer and
 # UndefinedBehaviorSanitizer, the ARM build for the board with its size check,
@@ -12,6 +12,12 @@ tools/install-deps.sh
 
 cmake --preset default
 cmake --build --preset default -j2
+# The checks of .clang-tidy on core/, daemon/, console/ and chip/ over the
+# default build's compile commands; any warning fails the run.
+if ! run-clang-tidy -p build -j 2 -quiet "^$PWD/(core|daemon|console|chip)/" >build/clang-tidy.log 2>&1; then
+    cat build/clang-tidy.log
+    exit 1
+fi
 ctest --preset default
 SWITCH_BUILD_DIR="$PWD/build" /usr/bin/python3 -m pytest tests/e2e -q -p no:cacheprovider
 

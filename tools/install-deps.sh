@@ -1,7 +1,7 @@
 #!/bin/sh
 # Installs what building, trying and testing need on Debian 12, and nothing
 # that is there already. Run as root.
-#   tools/install-deps.sh        the host build and its tests, the man page
+#   tools/install-deps.sh        the host build, clang-tidy, the tests, the man page
 #                                check, the ARM cross compiler, qemu-user for
 #                                the end-to-end suite on the ARM executable,
 #                                the real services of the daemon's integration
@@ -9,7 +9,7 @@
 #                                test
 set -eu
 
-packages="g++ cmake make libgtest-dev binutils python3 python3-pytest iproute2 util-linux \
+packages="g++ cmake make clang-tidy libgtest-dev binutils python3 python3-pytest iproute2 util-linux \
 spi-tools python3-spidev tmux man-db groff-base g++-arm-linux-gnueabihf \
 avahi-daemon avahi-autoipd busybox socat qemu-user nftables iptables"
 for group in "$@"; do
