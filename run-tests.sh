@@ -4,7 +4,9 @@
 # the man pages, the init script and the daemon among real avahi services),
 # the end-to-end suite again on a build with AddressSanitizer and
 # UndefinedBehaviorSanitizer, the ARM build for the board with its size check,
-# and the end-to-end suite on the ARM executable under qemu-user.
+# and the end-to-end suite on the ARM executable under qemu-user; the Debian
+# packages (native and armhf) with lintian, and their install, upgrade and
+# purge in a minimal Debian root.
 set -eu
 cd "$(dirname "$0")"
 
@@ -32,3 +34,6 @@ cmake --preset arm
 cmake --build --preset arm -j2
 
 SWITCH_BUILD_DIR="$PWD/build-arm" SWITCH_HOST_BUILD_DIR="$PWD/build" testbench/qemu/run-e2e.sh -q
+
+tools/build-deb.sh
+SWITCH_BUILD_DIR="$PWD/build" /usr/bin/python3 -m pytest tests/package -q -p no:cacheprovider
