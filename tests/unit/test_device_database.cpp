@@ -1,6 +1,7 @@
-// Chip operations that return at once: those that keep rows in the device
-// database while there is none, and the VLAN row access past the table. No
-// transfer (on descriptor -1 it would show on stderr), no output, no crash.
+// Chip operations that keep rows in the device database return at once while
+// there is none: no transfer (on descriptor -1 it would show on stderr), no
+// output, no crash.
+#include "chip/device_database.h"
 #include "chip/mac_tables.h"
 #include "chip/mib_counters.h"
 #include "chip/port_mirror.h"
@@ -18,16 +19,10 @@ namespace {
 
 TEST(ChipOperations, ReturnAtOnce) {
     free_database();
-    static DrvCtrl record{};
     const std::uint8_t mac[6] = {1, 2, 3, 4, 5, 6};
-    std::uint16_t vid = 0, ports = 0;
-    std::uint8_t fid = 0;
-    std::uint32_t valid = 0;
     const std::function<void()> operations[] = {
         [] { SwitchShowMIBCounter(-1, MIB_ALL_PORTS); },
         [] { SwitchClearMIBCounter(-1); },
-        [] { HardwareReadMIBCounter(-1, nullptr, 0); },
-        [] { HardwareReadMIBCounter(-1, &record, SWITCH_PORTS); },
         [&] { SwitchAddStaticMac(-1, mac, 0, 0, 0, 0); },
         [&] { SwitchDelStaticMac(-1, mac, 0, 1, 0); },
         [] { SwitchDelVlan(-1, 1, 0, 1, 0); },
@@ -36,8 +31,6 @@ TEST(ChipOperations, ReturnAtOnce) {
         [] { SwitchShowQosInfo(-1); },
         [] { SwitchShowMirrorInfo(-1); },
         [] { SwitchShowRateInfo(-1); },
-        [&] { EXPECT_EQ(HardwareReadVlan(-1, VLAN_ROWS, &vid, &fid, &ports, &valid), 0U); },
-        [] { HardwareWriteVlan(-1, VLAN_ROWS, 1, 1, 1); },
     };
     for (std::size_t i = 0; i < std::size(operations); ++i) {
         testing::internal::CaptureStdout();
