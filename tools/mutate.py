@@ -777,10 +777,9 @@ def main():
             sys.exit(f"mutate.py: no such mutant: {', '.join(unknown)}")
         chosen = [by_id[i] for i in args.only]
     else:
+        # In the sample's own order, so that a run cut short (Ctrl-C writes
+        # the report of the mutants done) is still a random sample.
         chosen = random.Random(args.seed).sample(mutants, min(args.sample, len(mutants)))
-    # Grouped by file, so that the incremental build recompiles little.
-    order = {m.id: k for k, m in enumerate(mutants)}
-    chosen.sort(key=lambda m: order[m.id])
     equivalents = read_equivalents(ws.root / EQUIVALENTS.relative_to(REPO))
 
     started = time.monotonic()
