@@ -752,8 +752,9 @@ def main():
     ap = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
     ap.add_argument("--sample", type=int, default=100, help="number of mutants (default 100)")
     ap.add_argument("--seed", type=int, default=1, help="seed of the sample (default 1)")
-    ap.add_argument("--workdir", type=Path, default=Path("/tmp/zorvi-mutate"),
-                    help="scratch copy of the tree and its build (default /tmp/zorvi-mutate)")
+    ap.add_argument("--workdir", type=Path, default=Path("/var/tmp/zorvi-mutate"),
+                    help="scratch copy of the tree and its build (default /var/tmp/zorvi-mutate; "
+                    "not under /tmp, which the install tests cover with a tmpfs of their own)")
     ap.add_argument("--report", type=Path, help="report file (default WORKDIR/report.md, and .json)")
     ap.add_argument("--only", nargs="+", metavar="ID", help="run these mutants instead of a sample")
     ap.add_argument("--list", action="store_true", help="list every mutant id with its line and stop")
