@@ -393,6 +393,17 @@ def test_suppressed_link_change_is_not_announced(net, tmp_path):
     listener.wait_count(6)
 
 
+def test_failed_send_ends_the_batch_and_the_loop_goes_on(net):
+    _, pid = start_daemon(net)
+    assert net.ns_run(["ip", "-6", "route", "del", "ff01::/16", "dev", "lo"]).rc == 0
+    net.clear_events()
+    net.link(1, False)
+    wait_polls(net, pid, 10)
+    assert main_thread_logs(net, pid) == [state_text(False, True), BROADCASTING,
+                                          (ERR, "sendto() sent a different number of bytes than expected\n")]
+    assert BATCH_US not in net.sleeps(pid) and 500 in net.sleeps(pid)
+
+
 def test_suppressed_refresh_is_dropped(net, services, tmp_path):
     autoipd, avahi = services
     listener = Listener(net, tmp_path)
@@ -418,7 +429,7 @@ def test_suppressed_refresh_is_dropped(net, services, tmp_path):
 
 @pytest.mark.parametrize("autoipd_file, avahi_file", [
     ("missing", "live"), ("empty", "live"), ("text", "live"), ("zero", "live"), ("stale", "live"),
-    ("live", "missing"), ("negative", "stale")])
+    ("live", "missing"), ("negative", "stale"), ("past-int", "live")])
 def test_pid_files(net, tmp_path, autoipd_file, avahi_file):
     stale = net.spawn([], argv0="true", prog="/bin/true")
     stale.wait()
@@ -431,6 +442,7 @@ def test_pid_files(net, tmp_path, autoipd_file, avahi_file):
             net.path(path).unlink()
         elif kind != "live":
             net.path(path).write_text({"empty": "", "text": "avahi\n", "zero": "0\n", "negative": "-1\n",
+                                       "past-int": "2147483648\n",
                                        "stale": f"{stale.nspid}\n"}[kind])
         live = kind == "live"
         expected.append((recorder, sig, int(live), notified(name, recorder.pid) if live else not_notified(name)))

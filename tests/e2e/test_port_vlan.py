@@ -23,8 +23,9 @@ def test_vlaninfo_shows_port_indices_1_to_4(bench):
         "VLAN 802.1Q          :   enable\n")
     regs = [16 * i + off for i in range(5) for off in (20, 19, 16, 18)] + [5]
     assert command_xfers(bench) == [("R", r, pokes.get(r, 0)) for r in regs]
-    prepare(bench, {34: 0x40, 66: 0x20, 35: 0xFA, 36: 0xBC})
+    prepare(bench, {34: 0x40, 66: 0x20, 35: 0xFA, 36: 0xBC, 5: 0x7F})
     lines = console_session(bench, "vlaninfo").outputs[0].split("\n")
+    assert lines[8] == "VLAN 802.1Q          :  disable"
     assert [line.split()[-4] for line in (lines[3], lines[6], lines[7])] == ["2748", "enable", "disable"]
     assert [line.split()[-2] for line in (lines[6], lines[7])] == ["disable", "enable"]
 

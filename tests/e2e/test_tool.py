@@ -103,6 +103,7 @@ def test_setup_ioctl_failures(bench, fault, message, rc):
     ("Hardware without a colon Zorvi HPB-NAND\n", None),
     ("Hardware\t: Other board\nHardware\t: Zorvi HPB-NAND\n", None),
     ("Hardware:Zorvi HPB-NAND\n", None),  # the character after the colon is skipped
+    ("Hardware:", None),  # nothing after the colon
 ])
 def test_board_is_told_by_the_machine_name(bench, cpuinfo, board):
     if cpuinfo is None:
@@ -347,6 +348,7 @@ def test_unmanaged_mode_then_managed_again(bench):
     ("gpio-open", GPIO + "gpio56/direction", 2),
     ("gpio-write", GPIO + "gpio191/direction", 3),
     ("gpio-open", GPIO + "gpio191/value", 4),
+    ("gpio-open", GPIO + "gpio56/value", 5),
     ("gpio-write", GPIO + "gpio56/value", 5),
 ])
 def test_management_mode_failure_stops_the_sequence(bench, fault, arg, writes_done):

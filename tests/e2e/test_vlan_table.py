@@ -92,6 +92,7 @@ NOT_FOUND = "error: can't find this vid(%d) and fid(%d) entry to "
     ("vlanaddport 4096 2", NOT_FOUND % (4096, 0) + "update forwarding port! \n", False),
     ("vlancreate", "Usage: vlancreate  <vid> <fid>            -- create a new VLAN entry to the VLAN table.\n\n",
      False),
+    ("vlandel", "Usage: vlandel     <vid> <fid>            -- delete a VLAN entry from the VLAN table.\n\n", False),
     ("vlanaddport 5", "Usage: vlanaddport <vid> <Port> <fid>     -- add one port to this vid table.\n\n", False),
 ])
 def test_refusals(bench, line, message, access):

@@ -18,6 +18,11 @@
 namespace {
 
 TEST(ChipOperations, ReturnAtOnce) {
+    // A second start keeps the database of the first.
+    ASSERT_EQ(init_database(), 0);
+    DrvCtrl *const first = gDrvCtrl;
+    ASSERT_EQ(init_database(), 0);
+    EXPECT_EQ(gDrvCtrl, first);
     free_database();
     const std::uint8_t mac[6] = {1, 2, 3, 4, 5, 6};
     const std::function<void()> operations[] = {
