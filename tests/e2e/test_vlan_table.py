@@ -106,6 +106,7 @@ def test_refusals(bench, line, message, access):
 
 @pytest.mark.parametrize("lines, vid, row", [
     (["vlancreate 10 256"], 10, dict(valid=1, fid=0, ports=0)),
+    (["vlancreate 4095 1"], 4095, dict(valid=1, fid=1, ports=0)),  # the last row
     (["vlancreate 10 7", "vlanaddport 10 1 7", "vlanaddport 10 5 7"], 10, dict(valid=1, fid=7, ports=0x11)),
     (["vlanaddport 8 2 2", "vlanaddport 8 9 2"], 8, dict(valid=1, fid=2, ports=0x06)),
     (["vlandelport 8 3 2", "vlandelport 8 2 2"], 8, dict(valid=1, fid=2, ports=0x00)),

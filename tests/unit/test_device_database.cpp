@@ -23,7 +23,10 @@ TEST(ChipOperations, ReturnAtOnce) {
     DrvCtrl *const first = gDrvCtrl;
     ASSERT_EQ(init_database(), 0);
     EXPECT_EQ(gDrvCtrl, first);
+    // Releasing twice releases once.
     free_database();
+    free_database();
+    EXPECT_EQ(gDrvCtrl, nullptr);
     const std::uint8_t mac[6] = {1, 2, 3, 4, 5, 6};
     const std::function<void()> operations[] = {
         [] { SwitchShowMIBCounter(-1, MIB_ALL_PORTS); },
