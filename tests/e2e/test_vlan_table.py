@@ -112,6 +112,7 @@ def test_refusals(bench, line, message, access):
     (["vlandelport 8 3 2", "vlandelport 8 2 2"], 8, dict(valid=1, fid=2, ports=0x00)),
     (["vlandel 9"], 9, dict(valid=0, fid=0, ports=0)),  # an invalid row is found too
     (["vlandel 9 2"], 9, dict(valid=0, fid=0, ports=0)),
+    (["vlancreate 10 19", "vlandel 10 19"], 10, dict(valid=0, fid=0, ports=0)),  # a decimal fid
     (["vlanaddport 0 4", "vlan 0 1"], 0, dict(valid=1, fid=0, ports=0x08)),
     (["vlandel 0"], 0, dict(valid=0, fid=0, ports=0)),
 ])
