@@ -2,7 +2,7 @@
 """Seeds faults into the product sources one at a time and tells which ones
 the unit and end-to-end suites let through.
 
-    nice -n 10 tools/mutate.py --sample 100 --seed 7
+    nice -n 10 tools/mutate.py --sample 200 --seed 12
 
 A mutant is one change to one product file (core/ daemon/ console/ chip/):
 a relational operator moved by one step or negated, && and || swapped, a !
