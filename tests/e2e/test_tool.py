@@ -129,6 +129,7 @@ def test_board_is_told_by_the_machine_name(bench, cpuinfo, board):
     (["stray"], ""),
     (["-r", "1", "-d"], ""),
     (["-m", "-u"], ""),
+    (["-m", "-w", "1"], ""),
     (["-1", "1", "-2", "1"], ""),
     (["--unmanaged"], "switch_config: unrecognized option '--unmanaged'\n"),
     (["-x"], "switch_config: invalid option -- 'x'\n"),
