@@ -99,6 +99,8 @@ def test_macdyn_by_tool_option(bench):
         "   2   00:11:22:33:44:02    20       - - M -    2 \n"
         "   3   00:11:22:33:44:03    30       - - - M    3 \n"
         "   4   00:11:22:33:44:04    40       - - - -    0 \n") + CONSOLE_END
+    # A ready entry takes one read of its FID register.
+    assert sum(x[:2] == ("R", 114) for x in bench.xfers()) == 5
 
 
 @pytest.mark.parametrize("added, count, shown, reads", [
