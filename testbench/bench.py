@@ -6,6 +6,7 @@ Standard library only.
 """
 
 import collections
+import contextlib
 import os
 import signal
 import subprocess
@@ -308,8 +309,16 @@ class Bench:
         return Proc(self, popen, nspid, out_path, err_path)
 
     def close(self):
-        """Ends everything in the namespace."""
+        """Ends everything in the namespace: SIGTERM first, so that each
+        process may end by itself (a process of the coverage build writes its
+        data then), then SIGKILL to the namespace's first process, which takes
+        whatever is left with it."""
         if self._holder is not None:
+            for host, nspid, _ in self._ns_procs():
+                if nspid != 1:
+                    with contextlib.suppress(ProcessLookupError):
+                        os.kill(host, signal.SIGTERM)
+            wait_for(lambda: all(nspid == 1 for _, nspid, _ in self._ns_procs()), timeout=2)
             try:
                 os.kill(self._holder, signal.SIGKILL)
             except ProcessLookupError:

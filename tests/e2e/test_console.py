@@ -38,10 +38,14 @@ def test_start_runs_the_selftest_and_restores_register_104(bench):
         selftest += [("W", 104, v), ("R", 104, v)]
     assert bench.xfers() == selftest + [("W", 104, 0x5A), ("R", 0, 0x95)]
     assert len(bench.xfers()) == CONSOLE_START_XFERS
+    # Three bytes each; a read takes 8 bits per word and a receive buffer, a
+    # write the descriptor's setting (0) and none.
+    assert {(x.op, x.bpw, x.rx, x.len) for x in bench.xfer_events()} == {("R", 8, 1, 3), ("W", 0, 0, 3)}
     # The console's own set-up follows the tool's, on a descriptor of its own.
     ioctls = [(e.args[0], e.args[1]) for e in bench.events() if e.kind == "ioctl"]
-    assert ioctls[-4:] == [("WR_MODE", "3"), ("WR_LSB_FIRST", "0"), ("WR_BITS_PER_WORD", "8"),
-                           ("WR_MAX_SPEED_HZ", "4000000")]
+    assert ioctls == [("WR_MODE", "0"), ("WR_BITS_PER_WORD", "8"), ("WR_MAX_SPEED_HZ", "4000000"),
+                      ("WR_MODE", "3"), ("WR_LSB_FIRST", "0"), ("WR_BITS_PER_WORD", "8"),
+                      ("WR_MAX_SPEED_HZ", "4000000")]
     assert len(spidev_events(bench, "open")) == 2 == len(spidev_events(bench, "close"))
 
 
@@ -145,6 +149,8 @@ def test_parser_answers_and_register_commands(bench):
          "Usage: rrl        <RegNum>                -- register read in dword\n\n"),
         ("rww 1 2", "rww 1 2", "hwwritew_cmd not supported\n"
          "Usage: rww        <RegNum> <RegData>      -- register write in word.\n\n"),
+        ("rwl", "rwl", "hwwritel_cmd not supported\n"
+         "Usage: rwl        <RegNum> <RegData>      -- register write in dword.\n\n"),
         ("exit now", "exit now", ""),
     ]
     res = console_session(bench, *[line for line, _, _ in lines], exit_line=False)

@@ -126,10 +126,11 @@ class Listener:
         start_helper(bench, self.path, "python3", HELPERS / "mcast_listen.py")
 
     def wait_count(self, n):
-        """Waits for n datagrams, all of them the notification."""
+        """Waits for n datagrams, all of them the notification sent with hop limit 1."""
         def seen():
-            return [bytes.fromhex(line.partition(" ")[2]) for line in self.path.read_text().splitlines()[1:]]
-        assert wait_for(lambda: len(seen()) >= n, timeout=20) and seen() == [DATAGRAM] * n, seen()
+            return [(int(hops), bytes.fromhex(data))
+                    for hops, _, data in (line.partition(" ") for line in self.path.read_text().splitlines()[1:])]
+        assert wait_for(lambda: len(seen()) >= n, timeout=20) and seen() == [(1, DATAGRAM)] * n, seen()
 
 
 class Recorder:
@@ -249,6 +250,13 @@ def test_unmanaged_chip_gets_one_attempt(net, faults, rc, managed):
         assert tl[-1] == ("close", SPIDEV)
         assert not net.path(DAEMON_PID_FILE).exists()
         assert net.ns_pids("switch_daemon") == []
+
+
+def test_nor_chip_out_of_managed_mode_gets_no_pulse(bench_nor):
+    bench_nor.managed(0)
+    res = bench_nor.run([], argv0="switch_daemon")
+    assert (res.rc, res.out) == (0, "running as daemon\n Oops could not put switch in managed mode\n")
+    assert (bench_nor.xfers(), bench_nor.sleeps(), bench_nor.gpio_writes()) == ([("R", 0, 0xFF)] * 2, [500], [])
 
 
 @pytest.mark.parametrize("network, first_error", [
@@ -385,6 +393,17 @@ def test_suppressed_link_change_is_not_announced(net, tmp_path):
     listener.wait_count(6)
 
 
+def test_failed_send_ends_the_batch_and_the_loop_goes_on(net):
+    _, pid = start_daemon(net)
+    assert net.ns_run(["ip", "-6", "route", "del", "ff01::/16", "dev", "lo"]).rc == 0
+    net.clear_events()
+    net.link(1, False)
+    wait_polls(net, pid, 10)
+    assert main_thread_logs(net, pid) == [state_text(False, True), BROADCASTING,
+                                          (ERR, "sendto() sent a different number of bytes than expected\n")]
+    assert BATCH_US not in net.sleeps(pid) and 500 in net.sleeps(pid)
+
+
 def test_suppressed_refresh_is_dropped(net, services, tmp_path):
     autoipd, avahi = services
     listener = Listener(net, tmp_path)
@@ -410,7 +429,7 @@ def test_suppressed_refresh_is_dropped(net, services, tmp_path):
 
 @pytest.mark.parametrize("autoipd_file, avahi_file", [
     ("missing", "live"), ("empty", "live"), ("text", "live"), ("zero", "live"), ("stale", "live"),
-    ("live", "missing"), ("negative", "stale")])
+    ("live", "missing"), ("negative", "stale"), ("past-int", "live")])
 def test_pid_files(net, tmp_path, autoipd_file, avahi_file):
     stale = net.spawn([], argv0="true", prog="/bin/true")
     stale.wait()
@@ -423,6 +442,7 @@ def test_pid_files(net, tmp_path, autoipd_file, avahi_file):
             net.path(path).unlink()
         elif kind != "live":
             net.path(path).write_text({"empty": "", "text": "avahi\n", "zero": "0\n", "negative": "-1\n",
+                                       "past-int": "2147483648\n",
                                        "stale": f"{stale.nspid}\n"}[kind])
         live = kind == "live"
         expected.append((recorder, sig, int(live), notified(name, recorder.pid) if live else not_notified(name)))

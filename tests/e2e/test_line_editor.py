@@ -27,6 +27,7 @@ RRB_USAGE = "Usage: rrb        <RegNum>                -- register read in byte\
     (b"a\x01\x08", b"a\x01" + ERASE),
     (b"\xff\x1b", b"\xff\x1b"),
     (b"a\tb\x15", b"a" + b" " * 5 + b"b" + ERASE * 7),
+    (b"ab\x15\x7f", b"ab" + ERASE * 2),  # nothing is left to delete
     # Ctrl-W: the first blank met going back ends the word, a tab does not.
     (b"ab cd \x17\x17", b"ab cd " + CTRL_W + ERASE + CTRL_W + ERASE * 3),
     (b"\x17", CTRL_W),

@@ -103,6 +103,7 @@ def test_setup_ioctl_failures(bench, fault, message, rc):
     ("Hardware without a colon Zorvi HPB-NAND\n", None),
     ("Hardware\t: Other board\nHardware\t: Zorvi HPB-NAND\n", None),
     ("Hardware:Zorvi HPB-NAND\n", None),  # the character after the colon is skipped
+    ("Hardware:", None),  # nothing after the colon
 ])
 def test_board_is_told_by_the_machine_name(bench, cpuinfo, board):
     if cpuinfo is None:
@@ -128,6 +129,7 @@ def test_board_is_told_by_the_machine_name(bench, cpuinfo, board):
     (["stray"], ""),
     (["-r", "1", "-d"], ""),
     (["-m", "-u"], ""),
+    (["-m", "-w", "1"], ""),
     (["-1", "1", "-2", "1"], ""),
     (["--unmanaged"], "switch_config: unrecognized option '--unmanaged'\n"),
     (["-x"], "switch_config: invalid option -- 'x'\n"),
@@ -236,9 +238,12 @@ def test_dump_reads_all_registers_in_order(bench, tmp_path):
     assert bench.xfers() == [("R", r, values[r]) for r in range(256)]
     # The dump loads back as a register file.
     (tmp_path / "regs.txt").write_text(res.out)
+    frames = {(x.bpw, x.rx, x.len) for x in bench.xfer_events()}
     bench.clear_events()
     assert bench.run(["-c", str(tmp_path / "regs.txt")]).out == "256 registers written\n"
     assert bench.xfers() == [("W", r, values[r]) for r in range(256)]
+    # The tool's reads and writes alike: three bytes, 8 bits per word, a receive buffer.
+    assert frames == {(x.bpw, x.rx, x.len) for x in bench.xfer_events()} == {(8, 1, 3)}
 
 
 def test_dump_shows_ff_for_failed_reads(bench):
@@ -341,7 +346,10 @@ def test_unmanaged_mode_then_managed_again(bench):
 @pytest.mark.parametrize("fault,arg,writes_done", [
     ("export-busy", "56", 0),
     ("gpio-open", GPIO + "export", 0),
+    ("gpio-open", GPIO + "gpio56/direction", 2),
+    ("gpio-write", GPIO + "gpio191/direction", 3),
     ("gpio-open", GPIO + "gpio191/value", 4),
+    ("gpio-open", GPIO + "gpio56/value", 5),
     ("gpio-write", GPIO + "gpio56/value", 5),
 ])
 def test_management_mode_failure_stops_the_sequence(bench, fault, arg, writes_done):
