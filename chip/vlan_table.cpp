@@ -245,7 +245,7 @@ int vlandel_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int
 }
 
 template <std::uint32_t Add>
-int vlan_port_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
+int vlan_port_handler(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
     if (!cli_take_tokens(*argc, argv, 2, usage_index))
         return 1;
     const auto vid = static_cast<std::uint32_t>(cli_number(argv[0], 10));
@@ -257,5 +257,7 @@ int vlan_port_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, i
     return cli_handler_done(*argc, argv);
 }
 
-template int vlan_port_cmd<1>(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd);
-template int vlan_port_cmd<0>(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd);
+template int vlan_port_handler<1>(std::uint16_t *argc, char **argv, std::uint16_t usage_index,
+                                  int fd);
+template int vlan_port_handler<0>(std::uint16_t *argc, char **argv, std::uint16_t usage_index,
+                                  int fd);

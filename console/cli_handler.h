@@ -1,11 +1,15 @@
 // The handler convention of the console commands: the token echo, the usage
 // line for too few tokens, number conversion, the blanking of the first token,
-// and the handler shapes that several commands share. A command table row
-// names such a shape with its chip operation, as in
-// port_value_handler<SwitchSetPortDot1p>.
+// and the handler shapes that several commands share. A command whose handler
+// is such a shape names it with its chip operation beside the operation, as in
+// qosdot1p_cmd = port_value_handler<SwitchSetPortDot1p> in chip/qos.h.
 #pragma once
 
 #include <cstdint>
+
+// A handler gets the token count, the tokens, its usage row and the console
+// descriptor; it returns 0 to have its usage line printed, nonzero otherwise.
+using CliHandler = int (*)(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd);
 
 // "The argc is %d\n" (when with_argc) and one line per token.
 void cli_echo_tokens(std::uint16_t argc, char **argv, bool with_argc);
