@@ -12,7 +12,7 @@ void SwitchSetPortIngressFilter(int fd, std::uint32_t p, std::int32_t flag);
 void SwitchSetPortDiscardNonVid(int fd, std::uint32_t p, std::int32_t flag);
 void SwitchShowVlanInfo(int fd);
 
-int vlandefvid_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd);
+inline constexpr CliHandler vlandefvid_cmd = port_value_handler<SwitchSetPortDefaultVid>;
 inline constexpr CliHandler vlanenable_cmd = no_args_handler<fixed_last<SwitchSet8021Q, 1>>;
 inline constexpr CliHandler vlandisable_cmd = no_args_handler<fixed_last<SwitchSet8021Q, 0>>;
 inline constexpr CliHandler vlanenabletag_cmd =

@@ -267,19 +267,3 @@ void SwitchShowRateInfo(int fd) {
 std::uint8_t rate_queue_arg(std::uint16_t argc, char **argv) {
     return argc > 2 ? static_cast<std::uint8_t>(cli_number(argv[2], 10)) : ALL_QUEUES;
 }
-
-int raterxflow_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!cli_take_tokens(*argc, argv, 2, usage_index))
-        return 1;
-    // A third token is cut by the parser and has no meaning here.
-    SwitchSetRxFlowControl(fd, cli_int(argv[1]), cli_port_index(argv[0]));
-    return cli_handler_done(*argc, argv);
-}
-
-int ratemode_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!cli_take_tokens(*argc, argv, 2, usage_index))
-        return 1;
-    SwitchSetRxLimitMode(fd, cli_port_index(argv[0]),
-                         static_cast<std::uint32_t>(cli_number(argv[1], 10)));
-    return cli_handler_done(*argc, argv);
-}

@@ -163,13 +163,8 @@ int macadd_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int 
     parse_mac_text(argv[0], mac);
     const auto port_index = cli_port_index(argv[1]);
     const auto override = static_cast<std::uint32_t>(cli_number(argv[2], 16));
-    std::uint8_t fid = 0;
-    std::uint32_t use_fid = 0;
-    if (*argc >= 4) {
-        fid = static_cast<std::uint8_t>(cli_number(argv[3], 10));
-        use_fid = 1;
-    }
-    SwitchAddStaticMac(fd, mac, port_index, override, fid, use_fid);
+    const std::uint32_t use_fid = *argc >= 4 ? 1 : 0;
+    SwitchAddStaticMac(fd, mac, port_index, override, cli_fid_or_0(*argc, argv, 3), use_fid);
     return cli_handler_done(*argc, argv);
 }
 
@@ -184,10 +179,8 @@ int macdel_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int 
         all = 1;
     } else {
         parse_mac_text(argv[0], mac);
-        if (*argc >= 2) {
-            fid = static_cast<std::uint8_t>(cli_number(argv[1], 10));
-            ignore_fid = 0;
-        }
+        fid = cli_fid_or_0(*argc, argv, 1);
+        ignore_fid = *argc >= 2 ? 0 : 1;
     }
     SwitchDelStaticMac(fd, mac, fid, ignore_fid, all);
     return cli_handler_done(*argc, argv);
