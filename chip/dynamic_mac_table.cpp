@@ -11,7 +11,6 @@
 namespace {
 
 constexpr unsigned DYN_MAC_ENTRIES = 1024;
-constexpr unsigned DYN_READY_POLLS = 100;
 
 // Entry as read: 112 bit 7 = table empty, 112 bits 6-0 and 113 bits 7-5 = the
 // number of valid entries minus 1, 113 bits 4-3 aging time, 113 bits 2-0
@@ -52,9 +51,7 @@ void SwitchReadDynMacTable(int fd) {
         const std::uint8_t low = hw_read_byte(fd, REG_DYN_COUNT_LOW);
         if (entry >= valid_entries(high, low))
             break;
-        std::uint8_t fid_byte = DYN_NOT_READY;
-        for (unsigned poll = 0; poll < DYN_READY_POLLS && ((fid_byte & DYN_NOT_READY) != 0); ++poll)
-            fid_byte = hw_read_byte(fd, REG_DYN_FID);
+        const std::uint8_t fid_byte = table_poll_ready(fd, REG_DYN_FID, DYN_NOT_READY, 0);
         if ((fid_byte & DYN_NOT_READY) != 0) {
             std::printf("%s: This MAC entry (%d) is not ready for read\n", "SwitchReadDynMacTable",
                         static_cast<int>(entry));

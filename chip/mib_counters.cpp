@@ -13,7 +13,6 @@
 namespace {
 
 constexpr unsigned MIB_COUNTERS = 32;
-constexpr unsigned MIB_READY_POLLS = 100;
 
 // Counter read: 117 holds overflow, ready and value bits 29-24; 118 to 120
 // the rest. A dropped-packet count is 16 bits in 119 (high) and 120 (low).
@@ -54,13 +53,8 @@ constexpr std::uint8_t mib_display_order[MIB_COUNTERS] = {
 
 void read_counter(int fd, unsigned address, std::uint32_t &word) {
     table_read_start(fd, TABLE_MIB, address);
-    std::uint8_t status = 0;
-    bool ready = false;
-    for (unsigned poll = 0; poll < MIB_READY_POLLS && !ready; ++poll) {
-        status = hw_read_byte(fd, REG_MIB_STATUS);
-        ready = (status & MIB_READY) != 0;
-    }
-    if (!ready) {
+    const std::uint8_t status = table_poll_ready(fd, REG_MIB_STATUS, MIB_READY, MIB_READY);
+    if ((status & MIB_READY) == 0) {
         std::printf("%s: This MIB count (0x%x) is not ready for read\n", "HardwareReadMIBCounter",
                     address);
         return;

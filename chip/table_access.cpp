@@ -18,3 +18,14 @@ void table_read_start(int fd, std::uint8_t table, unsigned address) {
 void table_write_commit(int fd, std::uint8_t table, unsigned address) {
     table_set_address(fd, table, address);
 }
+
+std::uint8_t table_poll_ready(int fd, unsigned reg, std::uint8_t mask, std::uint8_t ready) {
+    constexpr unsigned READY_POLLS = 100;
+    std::uint8_t value = 0;
+    for (unsigned poll = 0; poll < READY_POLLS; ++poll) {
+        value = hw_read_byte(fd, reg);
+        if ((value & mask) == ready)
+            break;
+    }
+    return value;
+}

@@ -18,6 +18,10 @@ inline constexpr std::uint8_t TABLE_MIB = 0x0C;
 // to register 110, then address bits 7-0 to register 111.
 void table_read_start(int fd, std::uint8_t table, unsigned address);
 
+// Reads reg until the bits of mask equal ready, at most 100 times; the last
+// value read, for the caller to check.
+std::uint8_t table_poll_ready(int fd, unsigned reg, std::uint8_t mask, std::uint8_t ready);
+
 // Ends a write of a table entry whose data registers are written already:
 // control with the read bit clear, then the address, which starts the write.
 void table_write_commit(int fd, std::uint8_t table, unsigned address);
