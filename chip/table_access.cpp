@@ -5,6 +5,8 @@
 #include "console/hw_access.h"
 
 namespace {
+constexpr unsigned REG_TABLE_MAC_FIRST = 115;
+
 void table_set_address(int fd, unsigned control, unsigned address) {
     hw_write_byte(fd, REG_TABLE_CONTROL, control | ((address >> 8) & 0x03));
     hw_write_byte(fd, REG_TABLE_ADDRESS, address & 0xFF);
@@ -28,4 +30,14 @@ std::uint8_t table_poll_ready(int fd, unsigned reg, std::uint8_t mask, std::uint
             break;
     }
     return value;
+}
+
+void table_read_mac(int fd, std::uint8_t *mac) {
+    for (unsigned i = 0; i < MAC_BYTES; ++i)
+        mac[i] = hw_read_byte(fd, REG_TABLE_MAC_FIRST + i);
+}
+
+void table_write_mac(int fd, const std::uint8_t *mac) {
+    for (unsigned i = 0; i < MAC_BYTES; ++i)
+        hw_write_byte(fd, REG_TABLE_MAC_FIRST + i, mac[i]);
 }

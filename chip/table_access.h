@@ -14,6 +14,12 @@ inline constexpr std::uint8_t TABLE_VLAN = 0x04;
 inline constexpr std::uint8_t TABLE_DYNAMIC_MAC = 0x08;
 inline constexpr std::uint8_t TABLE_MIB = 0x0C;
 
+// Both MAC tables hold an entry's MAC address in data registers 115 (first
+// byte) to 120.
+inline constexpr unsigned MAC_BYTES = 6;
+void table_read_mac(int fd, std::uint8_t *mac);
+void table_write_mac(int fd, const std::uint8_t *mac);
+
 // Starts a read of a table entry: control (read bit, table, address bits 9-8)
 // to register 110, then address bits 7-0 to register 111.
 void table_read_start(int fd, std::uint8_t table, unsigned address);
