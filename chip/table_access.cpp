@@ -41,3 +41,10 @@ void table_write_mac(int fd, const std::uint8_t *mac) {
     for (unsigned i = 0; i < MAC_BYTES; ++i)
         hw_write_byte(fd, REG_TABLE_MAC_FIRST + i, mac[i]);
 }
+
+std::uint32_t table_read_number(int fd, unsigned first) {
+    std::uint32_t number = 0;
+    for (unsigned reg = first; reg <= REG_TABLE_DATA_LAST; ++reg)
+        number = (number << 8) | hw_read_byte(fd, reg);
+    return number;
+}

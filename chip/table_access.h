@@ -14,6 +14,10 @@ inline constexpr std::uint8_t TABLE_VLAN = 0x04;
 inline constexpr std::uint8_t TABLE_DYNAMIC_MAC = 0x08;
 inline constexpr std::uint8_t TABLE_MIB = 0x0C;
 
+// The number in data registers first to 120, read in that order, the
+// highest-order byte first.
+std::uint32_t table_read_number(int fd, unsigned first);
+
 // Both MAC tables hold an entry's MAC address in data registers 115 (first
 // byte) to 120.
 inline constexpr unsigned MAC_BYTES = 6;
