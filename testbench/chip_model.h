@@ -3,7 +3,7 @@
 // One ChipState lives in the sandbox file SB/state and is mmap'ed by every
 // process of a test (the product under the preload library, and benchctl), so
 // all of them see one chip. The layout is fixed: plain bytes and integers, no
-// pointers. Callers serialise access with bench_lock() (bench_state.h).
+// pointers. Callers serialise access with flock on SB/state.
 #pragma once
 
 #include <cstddef>
@@ -12,7 +12,7 @@
 namespace zb {
 
 constexpr uint32_t kStateMagic = 0x5a42454eu; // "ZBEN"
-constexpr uint32_t kStateVersion = 3;
+constexpr uint32_t kStateVersion = 4;
 
 enum Board : uint8_t { kBoardNand = 1, kBoardNor = 2 };
 
@@ -76,7 +76,8 @@ struct ChipState {
     uint8_t gpio191; // last level written to line 191
     uint8_t gpio56;  // last level written to line 56
     uint8_t log_on;  // events are written to SB/events
-    uint8_t pad[3];
+    uint8_t kernel;  // served through a kernel by the VM bench's chip server
+    uint8_t pad[2];
     uint32_t time_scale; // usleep(us) really sleeps us / time_scale
 
     // The spidev device's settings (shared by every open, as in the kernel).
