@@ -2,6 +2,9 @@
 
 A Bench owns one sandbox (see testbench/README.md) and, created on first use,
 one PID + mount + network namespace in which every process of the test runs.
+With ZORVI_BENCH=vm (set by testbench/vm/run-e2e.sh inside the VM) the board
+is the VM's kernel: the programs run without the preload library, and the
+sandbox's chip answers through the zorvi_chip module and the chip server.
 Standard library only.
 """
 
@@ -17,7 +20,24 @@ BUILD = Path(os.environ.get("SWITCH_BUILD_DIR", REPO / "build")).resolve()
 BENCH_DIR = BUILD / "testbench"
 BENCHCTL = BENCH_DIR / "benchctl"
 PRELOAD = BENCH_DIR / "libzorvibench.so"
+CHIP_SERVER = BENCH_DIR / "chip_server"
 SWITCH_CONFIG = BUILD / "switch_config"
+VM = os.environ.get("ZORVI_BENCH") == "vm"
+
+# In the VM the test's mount namespace has the sandbox's files at the board's
+# fixed paths: the board's cpuinfo over the VM's own, the pid files' and the
+# suppression file's directories, and the chip server's syslog socket.
+VM_BINDS = [("proc/cpuinfo", "/proc/cpuinfo"), ("var/run", "/var/run"), ("tmp/zorvi", "/tmp/zorvi"),
+            ("log", "/dev/log")]
+VM_NAMESPACE_SETUP = """
+set -e
+sb=$1
+shift
+for pair in $BINDS; do
+    mount --bind "$sb/${pair%%:*}" "${pair#*:}"
+done
+exec "$@"
+"""
 
 Event = collections.namedtuple("Event", "kind pid args raw")
 XferEvent = collections.namedtuple("XferEvent", "pid op reg val bpw rx len ok raw")
@@ -127,10 +147,24 @@ class Bench:
         self._holder_popen = None
         self._popens = []
         self._spawned = 0
-        for f in (BENCHCTL, PRELOAD):
+        self._server = None
+        for f in (BENCHCTL, CHIP_SERVER if VM else PRELOAD):
             if not f.exists():
                 raise RuntimeError(f"{f} missing: build the testbench (cmake --build build)")
         self.ctl("init", "--board", board, "--time-scale", str(time_scale))
+        if VM:
+            self._start_server()
+
+    def _start_server(self):
+        ready = self.tmp / f"server-{self.board}.ready"
+        self._server = subprocess.Popen([str(CHIP_SERVER), str(self.sb), str(ready)],
+                                        stdin=subprocess.DEVNULL, stderr=subprocess.PIPE)
+        if not wait_for(ready.exists, timeout=20):
+            self._server.kill()
+            raise RuntimeError(f"chip server did not start: {self._server.communicate()[1].decode()}")
+        for target in ("/tmp/zorvi", "/dev/log"):
+            if not os.path.exists(target):
+                Path(target).mkdir() if target == "/tmp/zorvi" else Path(target).touch()
 
     # -- namespace ----------------------------------------------------------
 
@@ -138,12 +172,14 @@ class Bench:
         if self._holder is not None:
             return
         ready = self.tmp / f"holder-{self.board}.ready"
+        setup = ["sh", "-c", VM_NAMESPACE_SETUP, "sh", str(self.sb)] if VM else []
         self._holder_popen = subprocess.Popen(
-            ["unshare", "--pid", "--fork", "--mount-proc", "--net", str(BENCHCTL), "holder", str(ready)],
+            ["unshare", "--pid", "--fork", "--mount-proc", "--net"] + setup + [str(BENCHCTL), "holder", str(ready)],
             stdin=subprocess.DEVNULL,
             stdout=subprocess.DEVNULL,
             stderr=subprocess.PIPE,
             start_new_session=True,
+            env=dict(os.environ, BINDS=" ".join(f"{a}:{b}" for a, b in VM_BINDS)),
         )
         outer = self._holder_popen.pid
         if not wait_for(ready.exists, timeout=10):
@@ -162,6 +198,10 @@ class Bench:
 
     def _env(self):
         env = dict(os.environ)
+        if VM:  # nothing of the bench in the program's environment
+            for name in ("LD_PRELOAD", "ZORVI_SANDBOX", "ZORVI_BENCH_PRELOAD", "ZORVI_REAL_SYSLOG"):
+                env.pop(name, None)
+            return env
         # The qemu-user run (testbench/qemu/run-e2e.sh) names the library with
         # "$LIB", which the host's and the emulated board's dynamic loaders
         # each expand to their own library directory.
@@ -332,6 +372,11 @@ class Bench:
         self._holder = None
         self._holder_popen = None
         self._popens = []
+        if self._server is not None:
+            self._server.kill()
+            self._server.wait(10)
+            self._server.stderr.close()
+            self._server = None
 
     # -- the chip --------------------------------------------------------------
 
@@ -413,7 +458,10 @@ class Bench:
     # -- files and events ------------------------------------------------------
 
     def path(self, fixed_path):
-        """The sandbox file that stands for a fixed path of the board."""
+        """The file that is a fixed path of the board: in the sandbox, but
+        for the kernel's own device and GPIO files in the VM."""
+        if VM and str(fixed_path).startswith(("/dev/spidev", "/sys/")):
+            return Path(fixed_path)
         return self.sb / str(fixed_path).lstrip("/")
 
     def events(self):

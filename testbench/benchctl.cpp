@@ -5,6 +5,7 @@
 // Every command is one row of kCommands; see testbench/README.md.
 #include "bench_state.h"
 #include "chip_model.h"
+#include "vm/kernel_side.h"
 
 #include <cerrno>
 #include <csignal>
@@ -183,12 +184,23 @@ void set_path(char *field, const char *value) {
     std::strcpy(field, value);
 }
 
+int set_fault(Ctl &c, const std::string &name, const char *arg);
+
+// On a sandbox that the VM's chip server serves, the kernel's side takes the
+// fault as well (see vm/kernel_side.h).
 int cmd_fault(Ctl &c, int, char **argv) {
-    zb::Faults &f = c.st->faults;
-    const char *given = argv[0];
-    const char *eq = std::strchr(given, '=');
-    std::string name = eq ? std::string(given, eq) : std::string(given);
+    const char *eq = std::strchr(argv[0], '=');
+    std::string name(argv[0], eq ? static_cast<size_t>(eq - argv[0]) : std::strlen(argv[0]));
     const char *arg = eq ? eq + 1 : nullptr;
+    int r = set_fault(c, name, arg);
+    if (c.st->kernel && !zb::kernel_fault(name.c_str(), c.st->faults.export_busy))
+        die("fault %s: the kernel does not produce it (the preload bench does)", name.c_str());
+    return r;
+}
+
+int set_fault(Ctl &c, const std::string &name, const char *arg) {
+    zb::Faults &f = c.st->faults;
+    const char *given = name.c_str();
     struct Flag {
         const char *name;
         uint8_t zb::Faults::*field;

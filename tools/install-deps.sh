@@ -6,6 +6,10 @@
 #                                services of the daemon's integration test
 #   tools/install-deps.sh qemu   also qemu-user, for the end-to-end suite on
 #                                the ARM executable (testbench/qemu/run-e2e.sh)
+#   tools/install-deps.sh vm     also qemu-system-x86 and the headers of Debian's
+#                                kernel, for the end-to-end suite in a virtual
+#                                machine (testbench/vm/run-e2e.sh; the kernel
+#                                image itself is fetched by testbench/vm/kernel.sh)
 set -eu
 
 packages="g++ cmake make libgtest-dev binutils python3 python3-pytest iproute2 util-linux \
@@ -14,8 +18,9 @@ avahi-daemon avahi-autoipd busybox socat"
 for group in "$@"; do
     case $group in
         qemu) packages="$packages qemu-user" ;;
+        vm) packages="$packages qemu-system-x86 linux-headers-amd64 kmod" ;;
         *)
-            echo "install-deps.sh: unknown group $group (known: qemu)" >&2
+            echo "install-deps.sh: unknown group $group (known: qemu, vm)" >&2
             exit 2
             ;;
     esac

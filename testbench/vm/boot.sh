@@ -51,10 +51,10 @@ p9="local,security_model=none,multidevs=remap"
 # boot ACCEL...: starts qemu in the background, its console in $job/console.
 boot() {
     : >"$job/console"
-    qemu-system-x86_64 "$@" -m 2048 -smp 2 -nodefaults -no-user-config -no-reboot \
+    qemu-system-x86_64 "$@" -m 2048 -smp ${ZORVI_VM_SMP:-1} -nodefaults -no-user-config -no-reboot \
         -display none -serial "file:$job/console" \
         -kernel "$kernel/vmlinuz" -initrd "$kernel/initrd.img" \
-        -append "console=ttyS0 loglevel=1 panic=-1 zorvi_guest=$here/guest-run.sh" \
+        -append "console=ttyS0 loglevel=1 panic=-1 ${ZORVI_VM_APPEND:-}zorvi_guest=$here/guest-run.sh" \
         -fsdev "$p9,id=root,path=$root,readonly=on" -device virtio-9p-pci,fsdev=root,mount_tag=hostroot \
         -fsdev "$p9,id=mod,path=$kernel/lib/modules,readonly=on" -device virtio-9p-pci,fsdev=mod,mount_tag=modules \
         -fsdev "$p9,id=job,path=$job" -device virtio-9p-pci,fsdev=job,mount_tag=job \

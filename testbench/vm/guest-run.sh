@@ -16,5 +16,7 @@ if cd "$(cat "$job/cwd")"; then
 fi
 echo "$status" >"$job/status"
 sync
+# The power-off takes the root away: the wait must be loaded before it.
+sleep 60 &
 echo o >/proc/sysrq-trigger
-sleep 60 2>/dev/null
+wait

@@ -62,6 +62,8 @@ void default_settings() {
 } // namespace
 
 void kernel_reset() {
+    if (access("/dev/spidev0.0", F_OK) != 0)
+        bind_spidev(false); // binding it again makes the node anew
     kernel_fault("clear", 0);
     char path[64];
     char text[8];
