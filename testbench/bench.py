@@ -148,6 +148,10 @@ class Bench:
         self._popens = []
         self._spawned = 0
         self._server = None
+        # What the program does inside itself (opens, ioctls, sleeps, the
+        # bytes it writes to GPIO files, openlog) is seen only by the preload
+        # library; the VM's kernel shows transfers, levels and syslog lines.
+        self.sees_calls = not VM
         for f in (BENCHCTL, CHIP_SERVER if VM else PRELOAD):
             if not f.exists():
                 raise RuntimeError(f"{f} missing: build the testbench (cmake --build build)")
@@ -511,6 +515,11 @@ class Bench:
 
     def syslog(self):
         return [(int(e.args[0]), _unescape(e.args[1] if len(e.args) > 1 else "")) for e in self.events() if e.kind == "syslog"]
+
+    def levels(self, pid=None):
+        """(line, level) of every level driven on a GPIO line, in order."""
+        return [(int(e.args[0]), int(e.args[1])) for e in self.events()
+                if e.kind == "level" and (pid is None or e.pid == pid)]
 
     def gpio_writes(self):
         """(path, bytes) of every write to a GPIO file, failed ones included."""
