@@ -4,11 +4,13 @@
 # the man pages, the init script and the daemon among real avahi services),
 # the end-to-end suite again on a build with AddressSanitizer and
 # UndefinedBehaviorSanitizer, the ARM build for the board with its size check,
-# and, where qemu-user is installed, the end-to-end suite on the ARM executable.
+# where qemu-user is installed, the end-to-end suite on the ARM executable, and
+# the end-to-end suite in a virtual machine against a real Linux kernel, on the
+# dynamic and the static executable.
 set -eu
 cd "$(dirname "$0")"
 
-tools/install-deps.sh
+tools/install-deps.sh vm
 
 cmake --preset default
 cmake --build --preset default -j2
@@ -28,3 +30,8 @@ cmake --build --preset arm -j2
 if command -v qemu-arm >/dev/null 2>&1; then
     SWITCH_BUILD_DIR="$PWD/build-arm" SWITCH_HOST_BUILD_DIR="$PWD/build" testbench/qemu/run-e2e.sh -q
 fi
+
+# The VM bench: a real kernel's spidev, sysfs GPIO and procfs, no preload.
+cmake --preset static
+cmake --build --preset static -j2 --target switch_config benchctl chip_server
+SWITCH_VM_NO_SETUP=1 testbench/vm/run-e2e.sh -q

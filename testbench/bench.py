@@ -397,6 +397,10 @@ class Bench:
     def peek(self, reg):
         return int(self.ctl("peek", reg))
 
+    def regs(self):
+        """All 256 registers, as stored."""
+        return [int(v) for v in self.ctl("regs").split()]
+
     def poke(self, reg, val):
         self.ctl("poke", reg, val)
 

@@ -156,6 +156,12 @@ int cmd_peek(Ctl &c, int, char **argv) {
     return 0;
 }
 
+int cmd_regs(Ctl &c, int, char **) {
+    for (int r = 0; r < 256; ++r)
+        std::printf("%u%c", c.st->regs[r], r == 255 ? '\n' : ' ');
+    return 0;
+}
+
 int cmd_poke(Ctl &c, int, char **argv) {
     c.st->regs[num(argv[0], 255)] = static_cast<uint8_t>(num(argv[1], 255));
     return 0;
@@ -436,6 +442,7 @@ struct Command {
 constexpr Command kCommands[] = {
     {"init", 0, 4, false, cmd_init, "init [--board nand|nor] [--time-scale N]"},
     {"peek", 1, 1, true, cmd_peek, "peek REG"},
+    {"regs", 0, 0, true, cmd_regs, "regs"},
     {"poke", 2, 2, true, cmd_poke, "poke REG VAL"},
     {"link", 2, 2, true, cmd_link, "link 1|2 up|down"},
     {"managed", 1, 1, true, cmd_managed, "managed 0|1"},
