@@ -266,6 +266,7 @@ def test_init_script_trusts_the_pid_file_only_for_a_running_daemon(init_script, 
     assert other.nspid in bench.ns_pids("sleep")
 
 
+@pytest.mark.preload_only("the VM's kernel has one SPI device")
 def test_init_script_passes_the_device_from_the_defaults_file(init_script):
     bench = init_script.bench
     (bench.sb / "dev/spidev1.0").touch()
