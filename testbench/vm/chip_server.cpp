@@ -86,6 +86,9 @@ void serve_chip(Server &s) {
         die("reading /dev/zorvi-chip");
     }
     const auto &rq = *reinterpret_cast<const zc_request *>(g_request);
+    // What the caller sent to syslog before this request comes first.
+    while (zb::log_receive(s.log_fd, s.lock_fd, false)) {
+    }
     flock(s.lock_fd, LOCK_EX);
     size_t n = rq.kind == ZC_SPI ? spi_request(*s.st, rq, static_cast<size_t>(len))
                                  : gpio_request(*s.st, rq);
@@ -136,6 +139,6 @@ int main(int argc, char **argv) {
         if (fds[0].revents & POLLIN)
             serve_chip(s);
         if (fds[1].revents & POLLIN)
-            zb::log_receive(s.log_fd, s.lock_fd);
+            zb::log_receive(s.log_fd, s.lock_fd, true);
     }
 }

@@ -30,11 +30,11 @@ int log_receiver_open(const char *sandbox) {
 }
 
 // A datagram as the C library sends it: "<PRI>Mmm dd hh:mm:ss IDENT[PID]: MESSAGE".
-void log_receive(int fd, int lock_fd) {
+bool log_receive(int fd, int lock_fd, bool wait) {
     char buf[4096];
-    ssize_t n = recv(fd, buf, sizeof buf - 1, 0);
-    if (n <= 0)
-        return;
+    ssize_t n = recv(fd, buf, sizeof buf - 1, wait ? 0 : MSG_DONTWAIT);
+    if (n < 0)
+        return false;
     buf[n] = '\0';
     char *end = nullptr;
     long pri = buf[0] == '<' ? std::strtol(buf + 1, &end, 10) : -1;
@@ -42,13 +42,14 @@ void log_receive(int fd, int lock_fd) {
     char *pid_end = nullptr;
     long pid = bracket ? std::strtol(bracket + 1, &pid_end, 10) : 0;
     if (pri < 0 || !pid_end || std::strncmp(pid_end, "]: ", 3) != 0)
-        return; // not a line of a program that logs with its pid
+        return true; // not a line of a program that logs with its pid
     const char *msg = pid_end + 3;
     char esc[4 * sizeof buf + 1];
     escape(esc, sizeof esc, msg, static_cast<size_t>(buf + n - msg));
     flock(lock_fd, LOCK_EX);
     event("syslog %ld %ld %s", pid, pri & 7, esc);
     flock(lock_fd, LOCK_UN);
+    return true;
 }
 
 } // namespace zb

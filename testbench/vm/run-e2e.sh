@@ -60,7 +60,10 @@ mkdir -p "$logs"
 pids=""
 for b in $builds; do
     name=$(basename "$b")
+    # The build directory gets a writable copy of itself (cmake --install
+    # writes its manifest there); the root stays read-only.
     cmd="insmod $module/zorvi_chip.ko || exit 2
+cp -a $repo/$b /tmp/build && mount --bind /tmp/build $repo/$b || exit 2
 cd $repo && ZORVI_BENCH=vm SWITCH_BUILD_DIR=$repo/$b PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 -m pytest -p no:cacheprovider $args"
     # shellcheck disable=SC2086
     testbench/vm/boot.sh $boot_opts -- "$cmd" >"$logs/$name.log" 2>&1 &

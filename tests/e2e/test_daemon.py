@@ -116,7 +116,8 @@ def polls_between(tl, first, last):
 
 def daemon_ended(bench, pid):
     """Waits for the daemon's end; its last act is closing the device."""
-    assert wait_for(lambda: seen(bench, timeline(bench, pid)[-1:]) == seen(bench, [("close", SPIDEV)]))
+    if bench.sees_calls:
+        assert wait_for(lambda: timeline(bench, pid)[-1:] == [("close", SPIDEV)])
     assert wait_for(lambda: bench.ns_pids("switch_daemon") == [])
 
 
@@ -273,7 +274,7 @@ def test_unmanaged_chip_gets_one_attempt(net, faults, rc, managed):
         assert wait_for(lambda: net.ns_pids("switch_daemon"))
     else:
         assert res.out == "running as daemon\n Oops could not put switch in managed mode\n"
-        assert seen(net, tl[-1:]) == seen(net, [("close", SPIDEV)])
+        assert tl[-1] == seen(net, [("close", SPIDEV), ("R", 0, 0xFF)])[0]
         assert not net.path(DAEMON_PID_FILE).exists()
         assert net.ns_pids("switch_daemon") == []
 
