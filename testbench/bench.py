@@ -29,15 +29,6 @@ VM = os.environ.get("ZORVI_BENCH") == "vm"
 # suppression file's directories, and the chip server's syslog socket.
 VM_BINDS = [("proc/cpuinfo", "/proc/cpuinfo"), ("var/run", "/var/run"), ("tmp/zorvi", "/tmp/zorvi"),
             ("log", "/dev/log")]
-VM_NAMESPACE_SETUP = """
-set -e
-sb=$1
-shift
-for pair in $BINDS; do
-    mount --bind "$sb/${pair%%:*}" "${pair#*:}"
-done
-exec "$@"
-"""
 
 Event = collections.namedtuple("Event", "kind pid args raw")
 XferEvent = collections.namedtuple("XferEvent", "pid op reg val bpw rx len ok raw")
@@ -176,14 +167,13 @@ class Bench:
         if self._holder is not None:
             return
         ready = self.tmp / f"holder-{self.board}.ready"
-        setup = ["sh", "-c", VM_NAMESPACE_SETUP, "sh", str(self.sb)] if VM else []
+        binds = [f"{self.sb / src}:{dst}" for src, dst in VM_BINDS] if VM else []
         self._holder_popen = subprocess.Popen(
-            ["unshare", "--pid", "--fork", "--mount-proc", "--net"] + setup + [str(BENCHCTL), "holder", str(ready)],
+            ["unshare", "--pid", "--fork", "--mount-proc", "--net", str(BENCHCTL), "holder", str(ready)] + binds,
             stdin=subprocess.DEVNULL,
             stdout=subprocess.DEVNULL,
             stderr=subprocess.PIPE,
             start_new_session=True,
-            env=dict(os.environ, BINDS=" ".join(f"{a}:{b}" for a, b in VM_BINDS)),
         )
         outer = self._holder_popen.pid
         if not wait_for(ready.exists, timeout=10):

@@ -16,6 +16,7 @@
 #include <string>
 #include <sys/file.h>
 #include <sys/mman.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -411,10 +412,20 @@ int cmd_exec(Ctl &, int argc, char **argv) {
 
 void on_child(int) {}
 
-// holder READYFILE: the first process of a test's PID namespace. It reaps
+// holder READYFILE [SRC:DST...]: the first process of a test's PID namespace,
+// after binding each SRC over DST in its mount namespace. It reaps
 // every orphan so that ended processes do not linger as zombies, and the
 // namespace ends when it is killed.
-int cmd_holder(Ctl &, int, char **argv) {
+int cmd_holder(Ctl &, int argc, char **argv) {
+    // SRC:DST pairs: bind mounts of the namespace (the VM bench's fixed paths).
+    for (int i = 1; i < argc; ++i) {
+        char *sep = std::strchr(argv[i], ':');
+        if (!sep)
+            die("holder: SRC:DST, not %s", argv[i]);
+        *sep = '\0';
+        if (mount(argv[i], sep + 1, nullptr, MS_BIND, nullptr) != 0)
+            die("holder: cannot bind %s", argv[i]);
+    }
     sigset_t block, waitmask;
     sigemptyset(&block);
     sigaddset(&block, SIGCHLD);
@@ -462,7 +473,7 @@ constexpr Command kCommands[] = {
     {"clear-events", 0, 0, false, cmd_clear_events, "clear-events"},
     {"log", 1, 1, true, cmd_log, "log on|off"},
     {"exec", 2, 1 << 20, false, cmd_exec, "exec [-p PIDFILE] ARGV0 PROG [ARGS...]"},
-    {"holder", 1, 1, false, cmd_holder, "holder READYFILE"},
+    {"holder", 1, 16, false, cmd_holder, "holder READYFILE [SRC:DST...]"},
 };
 
 void usage() {
