@@ -6,6 +6,9 @@
 job=/run/zorvi-job
 export PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root TERM=dumb LANG=C.UTF-8
 hostname zorvi-vm
+mkdir -p /dev/pts /dev/shm
+mount -t devpts -o ptmxmode=0666 devpts /dev/pts
+mount -t tmpfs -o mode=1777 shm /dev/shm
 ip link set lo up
 stty -F /dev/console -onlcr raw -echo 2>/dev/null
 echo "zorvi-vm: guest up" >/dev/console

@@ -491,7 +491,7 @@ def test_guard_acts_on_the_fifth_bad_read(net):
     # notification still leads to its refresh.
     net.poke(1, 0x51)
     send(net, DATAGRAM)
-    assert wait_for(lambda: bad_reads() >= 11, timeout=20)
+    assert wait_for(lambda: bad_reads() >= 11, timeout=60)
     wait_log(net, pid, not_notified("avahi-daemon"))
     tl = [t for t in timeline(net, pid) if t != ("log",) + RECEIVED]
     bad = [i for i, t in enumerate(tl) if t[:2] == ("R", 1) and t[2] & 0xF0 != 0x60]
