@@ -1,8 +1,8 @@
 #!/bin/sh
 # Runs a shell command as root in a virtual machine that boots Debian's kernel
 # with the host's root filesystem (read-only, over virtio 9p):
-#   testbench/vm/boot.sh [--kernel RELEASE] [--root DIR] [--accel auto|kvm|tcg]
-#                        [--timeout SECONDS] [--] COMMAND
+#   testbench/vm/boot.sh [--arch x86_64] [--kernel RELEASE] [--root DIR]
+#                        [--accel auto|kvm|tcg] [--timeout SECONDS] [--] COMMAND
 # COMMAND runs in the current directory (which must be visible in the root),
 # its output comes on this script's standard output, and its exit status is
 # this script's. The kernel comes from testbench/vm/kernel.sh. With
@@ -13,12 +13,14 @@
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
 
+arch=x86_64
 release=
 root=/
 accel=auto
 timeout=3000
 while [ $# -gt 0 ]; do
     case $1 in
+        --arch) arch=$2; shift 2 ;;
         --kernel) release=$2; shift 2 ;;
         --root) root=$2; shift 2 ;;
         --accel) accel=$2; shift 2 ;;
@@ -29,9 +31,14 @@ while [ $# -gt 0 ]; do
     esac
 done
 if [ $# -eq 0 ]; then
-    echo "usage: boot.sh [--kernel RELEASE] [--root DIR] [--accel auto|kvm|tcg] [--timeout S] [--] COMMAND" >&2
+    echo "usage: boot.sh [--arch x86_64] [--kernel RELEASE] [--root DIR] [--accel auto|kvm|tcg] [--timeout S] [--] COMMAND" >&2
     exit 2
 fi
+# The machine of each architecture: qemu, its board, the kernel's console.
+case $arch in
+    x86_64) qemu=qemu-system-x86_64 machine=pc console=ttyS0 ;;
+    *) echo "boot.sh: no machine for the architecture $arch" >&2; exit 2 ;;
+esac
 # shellcheck disable=SC2086
 kernel=$("$here/kernel.sh" $release)
 release=$(basename "$kernel")
@@ -51,10 +58,10 @@ p9="local,security_model=none,multidevs=remap"
 # boot ACCEL...: starts qemu in the background, its console in $job/console.
 boot() {
     : >"$job/console"
-    qemu-system-x86_64 "$@" -m 2048 -smp ${ZORVI_VM_SMP:-1} -nodefaults -no-user-config -no-reboot \
+    $qemu -machine $machine "$@" -m 2048 -smp 1 -nodefaults -no-user-config -no-reboot \
         -display none -serial "file:$job/console" \
         -kernel "$kernel/vmlinuz" -initrd "$kernel/initrd.img" \
-        -append "console=ttyS0 loglevel=1 panic=-1 ${ZORVI_VM_APPEND:-}zorvi_guest=$here/guest-run.sh" \
+        -append "console=$console loglevel=1 panic=-1 zorvi_guest=$here/guest-run.sh" \
         -fsdev "$p9,id=root,path=$root,readonly=on" -device virtio-9p-pci,fsdev=root,mount_tag=hostroot \
         -fsdev "$p9,id=mod,path=$kernel/lib/modules,readonly=on" -device virtio-9p-pci,fsdev=mod,mount_tag=modules \
         -fsdev "$p9,id=job,path=$job" -device virtio-9p-pci,fsdev=job,mount_tag=job \

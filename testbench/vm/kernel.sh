@@ -27,7 +27,8 @@ mkdir -p "$cache"
 if [ ! -f "$cache/vmlinuz" ] || [ ! -f "$cache/lib/modules/$release/modules.dep" ]; then
     dl=$(mktemp -d)
     trap 'rm -rf "$dl"' EXIT
-    (cd "$dl" && apt-get download -q -o APT::Sandbox::User=root "linux-image-$release" >&2)
+    fetch() { (cd "$dl" && apt-get download -q -o APT::Sandbox::User=root "linux-image-$release" >&2); }
+    fetch || { apt-get update -qq >&2 && fetch; }
     rm -rf "$cache/unpack"
     dpkg-deb -x "$dl"/linux-image-"$release"_*.deb "$cache/unpack"
     rm -rf "$cache/lib"

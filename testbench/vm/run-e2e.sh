@@ -10,17 +10,20 @@
 # by side; each one's output follows when it ends. Without SWITCH_VM_NO_SETUP
 # it installs what is missing (tools/install-deps.sh vm) and builds the
 # presets default and static first. Other options of testbench/vm/boot.sh
-# (--accel, --kernel, --timeout) may come before the pytest arguments.
+# (--arch, --accel, --kernel, --root, --timeout) may come before the pytest
+# arguments.
 set -eu
 cd "$(dirname "$0")/../.."
 repo=$PWD
 
 builds="build build-static"
 boot_opts=""
+release=""
 while [ $# -gt 0 ]; do
     case $1 in
         --builds) builds=$2; shift 2 ;;
-        --accel | --kernel | --timeout) boot_opts="$boot_opts $1 $2"; shift 2 ;;
+        --kernel) release=$2; boot_opts="$boot_opts $1 $2"; shift 2 ;;
+        --arch | --accel | --root | --timeout) boot_opts="$boot_opts $1 $2"; shift 2 ;;
         *) break ;;
     esac
 done
@@ -40,7 +43,8 @@ for b in $builds; do
 done
 
 # The module, for the very kernel the VM boots.
-kernel=$(testbench/vm/kernel.sh)
+# shellcheck disable=SC2086
+kernel=$(testbench/vm/kernel.sh $release)
 release=$(basename "$kernel")
 module=$repo/build-vm/module-$release
 make -s -C testbench/vm/module KREL="$release" OUT="$module" >&2

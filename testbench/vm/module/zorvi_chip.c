@@ -30,15 +30,15 @@
 
 #include "zorvi_chip.h"
 
-#define ZC_NGPIO 256
-#define ZC_TIMEOUT (10 * HZ)
-#define ZC_MODE_BITS (SPI_CPHA | SPI_CPOL | SPI_CS_HIGH | SPI_LSB_FIRST)
+#define ZC_NGPIO	256
+#define ZC_TIMEOUT	(10 * HZ)
+#define ZC_MODE_BITS	(SPI_CPHA | SPI_CPOL | SPI_CS_HIGH | SPI_LSB_FIRST)
 #define ZC_MAX_SPEED_HZ 10000000
 
 enum zc_slot { ZC_IDLE, ZC_PENDING, ZC_READ };
 
 static struct {
-	struct mutex ask_lock;  /* one request at a time */
+	struct mutex ask_lock;	/* one request at a time */
 	struct mutex slot_lock; /* the slot, the buffers, the server flag */
 	wait_queue_head_t server_wq;
 	struct completion answered;
@@ -98,7 +98,7 @@ static pid_t zc_caller(void)
 	return (current->flags & PF_KTHREAD) ? 0 : task_tgid_vnr(current);
 }
 
-/* ---- SPI ---------------------------------------------------------------- */
+/* ---- SPI ----------------------------------------------------------------- */
 
 /* Flattens the message into zc.req: header, transfer records, sent bytes. */
 static int zc_pack_message(struct spi_message *msg, size_t *total)
@@ -109,13 +109,13 @@ static int zc_pack_message(struct spi_message *msg, size_t *total)
 	u8 *tx;
 	u32 n = 0;
 
-	list_for_each_entry(t, &msg->transfers, transfer_list)
+	list_for_each_entry (t, &msg->transfers, transfer_list)
 		n++;
 	if (n > ZC_MAX_TRANSFERS)
 		return -EINVAL;
 	tx = (u8 *)(tr + n);
 	*total = 0;
-	list_for_each_entry(t, &msg->transfers, transfer_list) {
+	list_for_each_entry (t, &msg->transfers, transfer_list) {
 		if (*total + t->len > ZC_MAX_BYTES)
 			return -EMSGSIZE;
 		tr->len = t->len;
@@ -154,7 +154,7 @@ static int zc_transfer_one_message(struct spi_controller *ctlr,
 	if (!status && zc.rx_len != total)
 		status = -EIO;
 	if (!status) {
-		list_for_each_entry(t, &msg->transfers, transfer_list) {
+		list_for_each_entry (t, &msg->transfers, transfer_list) {
 			if (t->rx_buf)
 				memcpy(t->rx_buf, zc.rx + off, t->len);
 			off += t->len;
@@ -236,8 +236,8 @@ static int zc_drive(unsigned int line, int level)
 
 static int zc_get_direction(struct gpio_chip *gc, unsigned int line)
 {
-	return test_bit(line, zc.out) ? GPIO_LINE_DIRECTION_OUT :
-					GPIO_LINE_DIRECTION_IN;
+	return test_bit(line, zc.out) ? GPIO_LINE_DIRECTION_OUT
+				      : GPIO_LINE_DIRECTION_IN;
 }
 
 static int zc_direction_input(struct gpio_chip *gc, unsigned int line)
@@ -283,7 +283,7 @@ static int zc_add_gpio(void)
 	return ret;
 }
 
-/* ---- parameters ----------------------------------------------------------- */
+/* ---- parameters ---------------------------------------------------------- */
 
 static int zc_set_mode_bits(const char *val, const struct kernel_param *kp)
 {
@@ -302,7 +302,8 @@ module_param_cb(mode_bits, &zc_mode_bits_ops, &mode_bits, 0644);
 MODULE_PARM_DESC(mode_bits, "SPI mode bits the controller declares");
 
 module_param(min_speed_hz, uint, 0644);
-MODULE_PARM_DESC(min_speed_hz, "slowest clock the controller accepts in set-up (0: any)");
+MODULE_PARM_DESC(min_speed_hz,
+		 "slowest clock the controller accepts in set-up (0: any)");
 
 static int zc_set_busy_line(const char *val, const struct kernel_param *kp)
 {
@@ -339,7 +340,7 @@ static const struct kernel_param_ops zc_busy_line_ops = {
 module_param_cb(busy_line, &zc_busy_line_ops, &busy_line, 0644);
 MODULE_PARM_DESC(busy_line, "GPIO line held by the module itself (-1: none)");
 
-/* ---- the chip server's device ---------------------------------------------- */
+/* ---- the chip server's device -------------------------------------------- */
 
 static int zc_open(struct inode *inode, struct file *file)
 {
@@ -399,8 +400,8 @@ static ssize_t zc_read(struct file *file, char __user *buf, size_t count,
 	return ret;
 }
 
-static ssize_t zc_write(struct file *file, const char __user *buf,
-			size_t count, loff_t *ppos)
+static ssize_t zc_write(struct file *file, const char __user *buf, size_t count,
+			loff_t *ppos)
 {
 	struct zc_answer ans;
 	ssize_t ret = count;
@@ -447,7 +448,7 @@ static struct miscdevice zc_misc = {
 	.fops = &zc_fops,
 };
 
-/* ---- module ------------------------------------------------------------------- */
+/* ---- module -------------------------------------------------------------- */
 
 static void zc_remove_all(void)
 {
@@ -477,8 +478,8 @@ static int __init zc_init(void)
 	zc.req = kmalloc(ZC_MAX_REQUEST, GFP_KERNEL);
 	if (!zc.req)
 		return -ENOMEM;
-	zc.pdev = platform_device_register_simple("zorvi-chip", PLATFORM_DEVID_NONE,
-						  NULL, 0);
+	zc.pdev = platform_device_register_simple("zorvi-chip",
+						  PLATFORM_DEVID_NONE, NULL, 0);
 	ret = PTR_ERR_OR_ZERO(zc.pdev);
 	if (ret) {
 		zc.pdev = NULL;
@@ -504,5 +505,6 @@ static void __exit zc_exit(void)
 
 module_init(zc_init);
 module_exit(zc_exit);
-MODULE_DESCRIPTION("Zorvi test bench: SPI controller and GPIO chip served from user space");
+MODULE_DESCRIPTION("Zorvi test bench: SPI controller and GPIO chip served from "
+		   "user space");
 MODULE_LICENSE("GPL");

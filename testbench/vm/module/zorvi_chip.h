@@ -19,8 +19,8 @@
 
 #include <linux/types.h>
 
-#define ZC_MAX_TRANSFERS 512 /* what SPI_IOC_MESSAGE can carry */
-#define ZC_MAX_BYTES 4096    /* spidev's buffer */
+#define ZC_MAX_TRANSFERS 512  /* what SPI_IOC_MESSAGE can carry */
+#define ZC_MAX_BYTES	 4096 /* spidev's buffer */
 
 enum zc_kind { ZC_SPI = 1, ZC_GPIO = 2 };
 
@@ -46,7 +46,8 @@ struct zc_answer {
 	__u32 len;
 };
 
-#define ZC_MAX_REQUEST \
-	(sizeof(struct zc_request) + ZC_MAX_TRANSFERS * sizeof(struct zc_transfer) + ZC_MAX_BYTES)
+#define ZC_MAX_REQUEST                                                         \
+	(sizeof(struct zc_request) +                                           \
+	 ZC_MAX_TRANSFERS * sizeof(struct zc_transfer) + ZC_MAX_BYTES)
 
 #endif
