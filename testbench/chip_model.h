@@ -3,7 +3,8 @@
 // One ChipState lives in the sandbox file SB/state and is mmap'ed by every
 // process of a test (the product under the preload library, and benchctl), so
 // all of them see one chip. The layout is fixed: plain bytes and integers, no
-// pointers. Callers serialise access with flock on SB/state.
+// pointers. Callers serialise access with flock on SB/state (the preload
+// library also takes a mutex for its own threads).
 #pragma once
 
 #include <cstddef>

@@ -1,26 +1,29 @@
 #!/bin/sh
 # Installs what building, trying and testing need on Debian 12, and nothing
 # that is there already. Run as root.
-#   tools/install-deps.sh        the host build and its tests, the man page
-#                                check, the ARM cross compiler, and the real
-#                                services of the daemon's integration test
-#   tools/install-deps.sh qemu   also qemu-user, for the end-to-end suite on
-#                                the ARM executable (testbench/qemu/run-e2e.sh)
-#   tools/install-deps.sh vm     also qemu-system-x86 and the headers of Debian's
+#   tools/install-deps.sh        the host build, clang-tidy, the tests, the man page
+#                                check, the ARM cross compiler, qemu-user for
+#                                the end-to-end suite on the ARM executable,
+#                                the real services of the daemon's integration
+#                                test, and nft and ip6tables for the firewall
+#                                test
+#   tools/install-deps.sh deb    and the Debian packages' build (native and
+#                                cross for armhf), lintian and debootstrap
+#   tools/install-deps.sh vm     and qemu-system-x86 and the headers of Debian's
 #                                kernel, for the end-to-end suite in a virtual
 #                                machine (testbench/vm/run-e2e.sh; the kernel
 #                                image itself is fetched by testbench/vm/kernel.sh)
 set -eu
 
-packages="g++ cmake make libgtest-dev binutils python3 python3-pytest iproute2 util-linux \
+packages="g++ cmake make clang-tidy libgtest-dev binutils python3 python3-pytest iproute2 util-linux \
 spi-tools python3-spidev tmux man-db groff-base g++-arm-linux-gnueabihf \
-avahi-daemon avahi-autoipd busybox socat"
+avahi-daemon avahi-autoipd busybox socat qemu-user nftables iptables"
 for group in "$@"; do
     case $group in
-        qemu) packages="$packages qemu-user" ;;
+        deb) packages="$packages git dpkg-dev debhelper lintian debootstrap crossbuild-essential-armhf" ;;
         vm) packages="$packages qemu-system-x86 linux-headers-amd64 kmod" ;;
         *)
-            echo "install-deps.sh: unknown group $group (known: qemu, vm)" >&2
+            echo "install-deps.sh: unknown group $group (known: deb, vm)" >&2
             exit 2
             ;;
     esac
