@@ -164,7 +164,7 @@ class Recorder:
         self.pid = start_helper(bench, self.path, name, HELPERS / "signal_recorder.py").nspid
 
     def got(self, sig, n):
-        return wait_for(lambda: self.path.read_text().splitlines()[1:] == [sig] * n)
+        return wait_for(lambda: self.path.read_text().splitlines()[1:] == [sig] * n, timeout=20)
 
 
 def start_services(bench, tmp_path):
