@@ -4,13 +4,14 @@
 # the man pages, the init script and the daemon among real avahi services),
 # the end-to-end suite again on a build with AddressSanitizer and
 # UndefinedBehaviorSanitizer, the ARM build for the board with its size check,
-# and the end-to-end suite on the ARM executable under qemu-user; the Debian
-# packages (native and armhf) with lintian, and their install, upgrade and
-# purge in a minimal Debian root.
+# and the end-to-end suite on the ARM executable under qemu-user; the
+# end-to-end suite in a virtual machine against a real Linux kernel, on the
+# dynamic and the static executable; the Debian packages (native and armhf)
+# with lintian, and their install, upgrade and purge in a minimal Debian root.
 set -eu
 cd "$(dirname "$0")"
 
-tools/install-deps.sh
+tools/install-deps.sh vm
 
 cmake --preset default
 cmake --build --preset default -j2
@@ -34,6 +35,11 @@ cmake --preset arm
 cmake --build --preset arm -j2
 
 SWITCH_BUILD_DIR="$PWD/build-arm" SWITCH_HOST_BUILD_DIR="$PWD/build" testbench/qemu/run-e2e.sh -q
+
+# The VM bench: a real kernel's spidev, sysfs GPIO and procfs, no preload.
+cmake --preset static
+cmake --build --preset static -j2 --target switch_config benchctl chip_server
+SWITCH_VM_NO_SETUP=1 testbench/vm/run-e2e.sh -q
 
 tools/build-deb.sh
 SWITCH_BUILD_DIR="$PWD/build" /usr/bin/python3 -m pytest tests/package -q -p no:cacheprovider

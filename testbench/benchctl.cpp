@@ -5,6 +5,7 @@
 // Every command is one row of kCommands; see testbench/README.md.
 #include "bench_state.h"
 #include "chip_model.h"
+#include "vm/kernel_side.h"
 
 #include <cerrno>
 #include <csignal>
@@ -15,6 +16,7 @@
 #include <string>
 #include <sys/file.h>
 #include <sys/mman.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -155,6 +157,12 @@ int cmd_peek(Ctl &c, int, char **argv) {
     return 0;
 }
 
+int cmd_regs(Ctl &c, int, char **) {
+    for (int r = 0; r < 256; ++r)
+        std::printf("%u%c", c.st->regs[r], r == 255 ? '\n' : ' ');
+    return 0;
+}
+
 int cmd_poke(Ctl &c, int, char **argv) {
     c.st->regs[num(argv[0], 255)] = static_cast<uint8_t>(num(argv[1], 255));
     return 0;
@@ -183,12 +191,23 @@ void set_path(char *field, const char *value) {
     std::strcpy(field, value);
 }
 
+int set_fault(Ctl &c, const std::string &name, const char *arg);
+
+// On a sandbox that the VM's chip server serves, the kernel's side takes the
+// fault as well (see vm/kernel_side.h).
 int cmd_fault(Ctl &c, int, char **argv) {
-    zb::Faults &f = c.st->faults;
-    const char *given = argv[0];
-    const char *eq = std::strchr(given, '=');
-    std::string name = eq ? std::string(given, eq) : std::string(given);
+    const char *eq = std::strchr(argv[0], '=');
+    std::string name(argv[0], eq ? static_cast<size_t>(eq - argv[0]) : std::strlen(argv[0]));
     const char *arg = eq ? eq + 1 : nullptr;
+    int r = set_fault(c, name, arg);
+    if (c.st->kernel && !zb::kernel_fault(name.c_str(), c.st->faults.export_busy))
+        die("fault %s: the kernel does not produce it (the preload bench does)", name.c_str());
+    return r;
+}
+
+int set_fault(Ctl &c, const std::string &name, const char *arg) {
+    zb::Faults &f = c.st->faults;
+    const char *given = name.c_str();
     struct Flag {
         const char *name;
         uint8_t zb::Faults::*field;
@@ -393,10 +412,20 @@ int cmd_exec(Ctl &, int argc, char **argv) {
 
 void on_child(int) {}
 
-// holder READYFILE: the first process of a test's PID namespace. It reaps
+// holder READYFILE [SRC:DST...]: the first process of a test's PID namespace,
+// after binding each SRC over DST in its mount namespace. It reaps
 // every orphan so that ended processes do not linger as zombies, and the
 // namespace ends when it is killed.
-int cmd_holder(Ctl &, int, char **argv) {
+int cmd_holder(Ctl &, int argc, char **argv) {
+    // SRC:DST pairs: bind mounts of the namespace (the VM bench's fixed paths).
+    for (int i = 1; i < argc; ++i) {
+        char *sep = std::strchr(argv[i], ':');
+        if (!sep)
+            die("holder: SRC:DST, not %s", argv[i]);
+        *sep = '\0';
+        if (mount(argv[i], sep + 1, nullptr, MS_BIND, nullptr) != 0)
+            die("holder: cannot bind %s", argv[i]);
+    }
     sigset_t block, waitmask;
     sigemptyset(&block);
     sigaddset(&block, SIGCHLD);
@@ -424,6 +453,7 @@ struct Command {
 constexpr Command kCommands[] = {
     {"init", 0, 4, false, cmd_init, "init [--board nand|nor] [--time-scale N]"},
     {"peek", 1, 1, true, cmd_peek, "peek REG"},
+    {"regs", 0, 0, true, cmd_regs, "regs"},
     {"poke", 2, 2, true, cmd_poke, "poke REG VAL"},
     {"link", 2, 2, true, cmd_link, "link 1|2 up|down"},
     {"managed", 1, 1, true, cmd_managed, "managed 0|1"},
@@ -443,7 +473,7 @@ constexpr Command kCommands[] = {
     {"clear-events", 0, 0, false, cmd_clear_events, "clear-events"},
     {"log", 1, 1, true, cmd_log, "log on|off"},
     {"exec", 2, 1 << 20, false, cmd_exec, "exec [-p PIDFILE] ARGV0 PROG [ARGS...]"},
-    {"holder", 1, 1, false, cmd_holder, "holder READYFILE"},
+    {"holder", 1, 16, false, cmd_holder, "holder READYFILE [SRC:DST...]"},
 };
 
 void usage() {

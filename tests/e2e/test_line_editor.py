@@ -78,7 +78,8 @@ def screen(bench, tmp_path):
         return subprocess.run(["tmux", "-S", sock, *args], check=True, capture_output=True, text=True).stdout
 
     env = bench._env()
-    setting = " ".join(f"{k}={shlex.quote(env[k])}" for k in ("LD_PRELOAD", "ZORVI_SANDBOX", "ASAN_OPTIONS"))
+    setting = " ".join(f"{k}={shlex.quote(env[k])}" for k in ("LD_PRELOAD", "ZORVI_SANDBOX", "ASAN_OPTIONS")
+                       if k in env)
     command = shlex.join(bench._argv(["-C"], "switch_config", None))
     tmux("new-session", "-d", "-x", "80", "-y", "24",
          f"stty -icanon -echo -isig -iexten -ixon; env {setting} {command}; sleep 60")
