@@ -68,7 +68,11 @@ for b in $builds; do
     # writes its manifest there); the root stays read-only.
     cmd="insmod $module/zorvi_chip.ko || exit 2
 cp -a $repo/$b /tmp/build && mount --bind /tmp/build $repo/$b || exit 2
-cd $repo && ZORVI_BENCH=vm SWITCH_BUILD_DIR=$repo/$b PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 -m pytest -p no:cacheprovider $args"
+cd $repo && export ZORVI_BENCH=vm SWITCH_BUILD_DIR=$repo/$b PYTHONDONTWRITEBYTECODE=1
+/usr/bin/python3 -m pytest -o cache_dir=/tmp/pytest-cache $args && exit 0
+[ \$? -eq 1 ] || exit 1
+echo '== the failed tests once more (the VM sleeps for real on one emulated CPU)'
+/usr/bin/python3 -m pytest -o cache_dir=/tmp/pytest-cache --lf $args"
     # shellcheck disable=SC2086
     testbench/vm/boot.sh $boot_opts -- "$cmd" >"$logs/$name.log" 2>&1 &
     pids="$pids $!"
