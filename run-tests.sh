@@ -1,5 +1,5 @@
 #!/bin/sh
-# Builds the tool with warnings as errors, runs clang-tidy on the product, and
+# Builds the tool with warnings as errors, runs clang-tidy on the product and the bench, and
 # passes every test: the unit tests, the end-to-end suite on the simulated board (with the staged install,
 # the man pages, the init script and the daemon among real avahi services),
 # the end-to-end suite again on a build with AddressSanitizer and
@@ -15,9 +15,13 @@ tools/install-deps.sh vm
 
 cmake --preset default
 cmake --build --preset default -j2
-# The checks of .clang-tidy on core/, daemon/, console/ and chip/ over the
-# default build's compile commands; any warning fails the run.
-if ! run-clang-tidy -p build -j 2 -quiet "^$PWD/(core|daemon|console|chip)/" >build/clang-tidy.log 2>&1; then
+# The checks of .clang-tidy on core/, daemon/, console/, chip/ and the bench's
+# C++ (testbench/, tuned by its own .clang-tidy files) over the default build's
+# compile commands, and on the two qemu helpers, which testbench/qemu/run-e2e.sh
+# builds by itself; any warning fails the run.
+if ! { run-clang-tidy -p build -j 2 -quiet "^$PWD/(core|daemon|console|chip|testbench)/" &&
+    clang-tidy -quiet testbench/qemu/qemu_binfmt.cpp testbench/qemu/qemu_compat.cpp -- \
+        -std=c++20 -DQEMU_ARM='"qemu-arm"'; } >build/clang-tidy.log 2>&1; then
     cat build/clang-tidy.log
     exit 1
 fi

@@ -12,7 +12,7 @@
 
 namespace zb {
 
-constexpr uint32_t kStateMagic = 0x5a42454eu; // "ZBEN"
+constexpr uint32_t kStateMagic = 0x5a42454eU; // "ZBEN"
 constexpr uint32_t kStateVersion = 4;
 
 enum Board : uint8_t { kBoardNand = 1, kBoardNor = 2 };

@@ -36,7 +36,7 @@ void log_frame(const Frame &f, int pid, bool ok) {
 // With `apply` false (a failed transfer) the chip sees nothing.
 uint8_t frame_byte(ChipState &s, Frame &f, uint8_t tx, bool apply) {
     size_t pos = f.len++;
-    uint8_t idle = s.managed ? 0x00 : 0xFF;
+    uint8_t idle = s.managed != 0 ? 0x00 : 0xFF;
     if (pos <= 1) {
         (pos == 0 ? f.cmd : f.reg) = tx;
         f.next_reg = tx;
@@ -62,7 +62,7 @@ uint8_t frame_byte(ChipState &s, Frame &f, uint8_t tx, bool apply) {
 bool spi_message_fails(ChipState &s) {
     ++s.xfers;
     bool fails = s.faults.xfer_all != 0;
-    if (s.faults.xfer_from) {
+    if (s.faults.xfer_from != 0) {
         ++s.faults.xfer_seen;
         if (s.faults.xfer_seen >= s.faults.xfer_from)
             fails = true;
@@ -80,8 +80,8 @@ void spi_message(ChipState &s, int pid, const SpiTransfer *xfers, size_t n, bool
         }
         f.rx = f.rx || t.has_rx;
         for (uint32_t k = 0; k < t.len; ++k) {
-            uint8_t out = frame_byte(s, f, t.tx ? t.tx[k] : 0, ok);
-            if (t.rx)
+            uint8_t out = frame_byte(s, f, t.tx != nullptr ? t.tx[k] : 0, ok);
+            if (t.rx != nullptr)
                 t.rx[k] = out;
         }
         if (t.cs_change || i + 1 == n) {

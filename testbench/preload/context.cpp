@@ -21,9 +21,12 @@ pthread_once_t g_once = PTHREAD_ONCE_INIT;
 
 void init_once() {
     const char *sb = getenv("ZORVI_SANDBOX");
-    if (!sb || !*sb || std::strlen(sb) >= sizeof g.sb - 64)
+    if (sb == nullptr || *sb == '\0')
         return;
-    std::strcpy(g.sb, sb);
+    size_t len = std::strlen(sb);
+    if (len >= sizeof g.sb - 64)
+        return;
+    std::memcpy(g.sb, sb, len + 1);
     g.st = zb::state_map(g.sb);
     g.real_syslog = getenv("ZORVI_REAL_SYSLOG") != nullptr;
     zb::event_log_init(g.sb, g.st);

@@ -44,7 +44,7 @@ bool dir_or_below(const char *s, const char *dir) {
 }
 
 Redir classify(const char *p) {
-    if (!p || p[0] != '/')
+    if (p == nullptr || p[0] != '/')
         return kRedirNone;
     if (starts(p, "/dev/spidev"))
         return kRedirSpidev;
@@ -135,7 +135,7 @@ template <typename Call> int hooked_open(const char *path, Call &&call) {
 }
 
 bool needs_mode(int flags) {
-    return (flags & O_CREAT) || (flags & __O_TMPFILE) == __O_TMPFILE;
+    return (flags & O_CREAT) != 0 || (flags & __O_TMPFILE) == __O_TMPFILE;
 }
 
 template <typename Call> int hooked_access(const char *path, int mode, Call &&call) {
@@ -244,7 +244,8 @@ int faccessat(int dirfd, const char *path, int mode, int flags) noexcept {
 }
 
 int close(int fd) {
-    if (active() && fd >= 0 && (tracked(fd) || fd == zb::event_log_fd() || fd == g.lock_fd)) {
+    if (active() && fd >= 0 &&
+        (tracked(fd) != nullptr || fd == zb::event_log_fd() || fd == g.lock_fd)) {
         ErrnoKeeper keep;
         Guard guard;
         if (fd == zb::event_log_fd())

@@ -45,12 +45,12 @@ bool sysfs_text(const void *buf, size_t n, char *text, size_t size) {
 
 bool sysfs_number(const void *buf, size_t n, long &out) {
     char text[64];
-    if (!sysfs_text(buf, n, text, sizeof text) || !text[0])
+    if (!sysfs_text(buf, n, text, sizeof text) || text[0] == '\0')
         return false;
     char *end = nullptr;
     errno = 0;
     out = std::strtol(text, &end, 0);
-    return errno == 0 && end && *end == '\0';
+    return errno == 0 && end != nullptr && *end == '\0';
 }
 
 void put_file(int line, const char *name, const char *text) {
@@ -81,9 +81,9 @@ bool is_output(int line) {
 
 // A level driven on a line: the value file reads it back, the chip sees it.
 void drive(int line, int level) {
-    put_file(line, "value", level ? "1\n" : "0\n");
+    put_file(line, "value", level != 0 ? "1\n" : "0\n");
     zb::event("level %d %d %d", getpid(), line, level);
-    if (g.st)
+    if (g.st != nullptr)
         zb::chip_gpio_level(*g.st, line, level);
 }
 
@@ -109,7 +109,7 @@ ssize_t export_write(FdInfo &info, const void *buf, size_t n) {
         rmdir(path);
         return static_cast<ssize_t>(n);
     }
-    if (exported || (g.st && g.st->faults.export_busy == v))
+    if (exported || (g.st != nullptr && g.st->faults.export_busy == v))
         return fail(EBUSY); // the line is exported already, or taken
     if (mkdir(path, 0755) != 0)
         return fail(EIO);
@@ -144,13 +144,14 @@ ssize_t value_write(FdInfo &info, const void *buf, size_t n) {
         return fail(EPERM);
     if (!number)
         return fail(EINVAL);
-    drive(info.line, v ? 1 : 0);
+    drive(info.line, v != 0 ? 1 : 0);
     return static_cast<ssize_t>(n);
 }
 
 // Returns the write's result, errno set on failure. Caller holds the Guard.
 ssize_t gpio_write_locked(int fd, FdInfo &info, const void *buf, size_t n) {
-    if (g.st && g.st->faults.gpio_write[0] && std::strcmp(g.st->faults.gpio_write, info.path) == 0)
+    if (g.st != nullptr && g.st->faults.gpio_write[0] != '\0' &&
+        std::strcmp(g.st->faults.gpio_write, info.path) == 0)
         return fail(EIO);
     if (info.kind == kFdGpioExport || info.kind == kFdGpioUnexport)
         return export_write(info, buf, n);

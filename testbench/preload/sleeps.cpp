@@ -22,13 +22,13 @@ extern "C" int usleep(useconds_t us) {
     {
         Guard guard;
         zb::event("usleep %d %u", getpid(), static_cast<unsigned>(us));
-        if (g.st)
+        if (g.st != nullptr)
             scale = g.st->time_scale;
     }
     if (scale == 0)
         return 0;
-    uint64_t ns = static_cast<uint64_t>(us) * 1000u / scale;
-    timespec ts{static_cast<time_t>(ns / 1000000000u), static_cast<long>(ns % 1000000000u)};
+    uint64_t ns = static_cast<uint64_t>(us) * 1000U / scale;
+    timespec ts{static_cast<time_t>(ns / 1000000000U), static_cast<long>(ns % 1000000000U)};
     while (nanosleep(&ts, &ts) != 0 && errno == EINTR) {
     }
     return 0;

@@ -28,7 +28,7 @@ ioctl_t r_ioctl;
 
 constexpr uint32_t kCtrlModeBits = SPI_CPHA | SPI_CPOL | SPI_CS_HIGH | SPI_LSB_FIRST;
 constexpr size_t kBufSize = 4096; // spidev's default bufsiz
-constexpr size_t kMaxXfers = (1u << _IOC_SIZEBITS) / sizeof(spi_ioc_transfer);
+constexpr size_t kMaxXfers = (1U << _IOC_SIZEBITS) / sizeof(spi_ioc_transfer);
 
 // Copies between the program's memory and the bench's, failing with EFAULT on
 // an address the program could not use either (the kernel's copy_*_user).
@@ -44,7 +44,7 @@ bool user_copy(void *dst, const void *src, size_t n, bool to_program) {
     if (r == static_cast<long>(n))
         return true;
     if (r < 0 && (errno == ENOSYS || errno == EPERM)) {
-        if (!program)
+        if (program == nullptr)
             return false;
         std::memcpy(dst, src, n);
         return true;
@@ -84,7 +84,7 @@ uint32_t setting(const ChipState &s, unsigned long req) {
     case SPI_IOC_RD_MODE:
         return s.spi_mode & 0xFF;
     case SPI_IOC_RD_LSB_FIRST:
-        return (s.spi_mode & SPI_LSB_FIRST) ? 1 : 0;
+        return (s.spi_mode & SPI_LSB_FIRST) != 0 ? 1 : 0;
     case SPI_IOC_RD_BITS_PER_WORD:
         return s.spi_bits;
     case SPI_IOC_RD_MAX_SPEED_HZ:
@@ -100,22 +100,22 @@ int apply_setting(ChipState &s, unsigned long req, uint32_t v) {
     switch (req) {
     case SPI_IOC_WR_MODE:
     case SPI_IOC_WR_MODE32:
-        if ((req == SPI_IOC_WR_MODE && f.wr_mode) || (v & ~kCtrlModeBits))
+        if ((req == SPI_IOC_WR_MODE && f.wr_mode != 0) || ((v & ~kCtrlModeBits) != 0))
             return EINVAL; // the controller cannot do these modes
         s.spi_mode = v;
         return 0;
     case SPI_IOC_WR_LSB_FIRST:
-        if (f.wr_lsb)
+        if (f.wr_lsb != 0)
             return EINVAL;
-        s.spi_mode = v ? (s.spi_mode | SPI_LSB_FIRST) : (s.spi_mode & ~SPI_LSB_FIRST);
+        s.spi_mode = v != 0 ? (s.spi_mode | SPI_LSB_FIRST) : (s.spi_mode & ~SPI_LSB_FIRST);
         return 0;
     case SPI_IOC_WR_BITS_PER_WORD:
-        if (f.wr_bits || v > 32)
+        if (f.wr_bits != 0 || v > 32)
             return EINVAL;
-        s.spi_bits = static_cast<uint8_t>(v ? v : 8);
+        s.spi_bits = static_cast<uint8_t>(v != 0 ? v : 8);
         return 0;
     default: // SPI_IOC_WR_MAX_SPEED_HZ
-        if (f.wr_speed || v == 0)
+        if (f.wr_speed != 0 || v == 0)
             return EINVAL;
         s.spi_speed = v;
         return 0;
@@ -128,7 +128,7 @@ int setup_ioctl(unsigned long req, void *arg) {
     for (const SetupRequest &c : kSetupRequests)
         if (c.req == req)
             r = &c;
-    if (!r)
+    if (r == nullptr)
         return -2;
     ChipState &s = *g.st;
     uint32_t v = setting(s, req);
@@ -142,8 +142,8 @@ int setup_ioctl(unsigned long req, void *arg) {
         v = r->u32 ? v : b;
         err = apply_setting(s, req, v);
     }
-    zb::event("ioctl %d %s %u ok=%d", getpid(), r->name, v, err ? 0 : 1);
-    return err ? fail(err) : 0;
+    zb::event("ioctl %d %s %u ok=%d", getpid(), r->name, v, err != 0 ? 0 : 1);
+    return err != 0 ? fail(err) : 0;
 }
 
 struct Message {
@@ -154,6 +154,17 @@ struct Message {
     size_t n;
     size_t total;
 };
+
+// The word size and the wiring the SPI core accepts for one record; 0 or the
+// errno.
+int check_wiring(const spi_ioc_transfer &t, const ChipState &s) {
+    unsigned bpw = t.bits_per_word != 0 ? t.bits_per_word : s.spi_bits;
+    if (bpw < 1 || bpw > 32 || (bpw > 16 && t.len % 4 != 0) || (bpw > 8 && t.len % 2 != 0))
+        return EINVAL;
+    if (t.tx_nbits > 1 || t.rx_nbits > 1)
+        return EINVAL; // no dual or quad wiring on this bus
+    return 0;
+}
 
 // Checks the records as spidev_message and the SPI core do, and gathers the
 // bytes to send; 0 or the errno.
@@ -167,20 +178,17 @@ int gather(Message &m, const ChipState &s) {
         m.total += t.len;
         if (m.total > INT_MAX)
             return EMSGSIZE;
-        if ((t.rx_buf && (rx_total += aligned) > kBufSize) ||
-            (t.tx_buf && tx_total + aligned > kBufSize))
+        if ((t.rx_buf != 0 && (rx_total += aligned) > kBufSize) ||
+            (t.tx_buf != 0 && tx_total + aligned > kBufSize))
             return EMSGSIZE;
-        uint8_t *tx = t.tx_buf ? m.tx + tx_total : nullptr;
-        if (tx && !from_user(tx, reinterpret_cast<const void *>(t.tx_buf), t.len))
+        uint8_t *tx = t.tx_buf != 0 ? m.tx + tx_total : nullptr;
+        if (tx != nullptr && !from_user(tx, reinterpret_cast<const void *>(t.tx_buf), t.len))
             return EFAULT;
-        tx_total += t.tx_buf ? aligned : 0;
-        unsigned bpw = t.bits_per_word ? t.bits_per_word : s.spi_bits;
-        if (bpw < 1 || bpw > 32 || (bpw > 16 && t.len % 4) || (bpw > 8 && t.len % 2))
-            return EINVAL;
-        if (t.tx_nbits > 1 || t.rx_nbits > 1)
-            return EINVAL; // no dual or quad wiring on this bus
+        tx_total += t.tx_buf != 0 ? aligned : 0;
+        if (int err = check_wiring(t, s))
+            return err;
         m.run[i] = {tx,
-                    t.rx_buf ? m.rx + rx_total - aligned : nullptr,
+                    t.rx_buf != 0 ? m.rx + rx_total - aligned : nullptr,
                     t.len,
                     t.bits_per_word,
                     t.cs_change != 0,
@@ -210,7 +218,7 @@ int message_ioctl(unsigned long req, void *arg) {
         return fail(EIO);
     for (size_t i = 0; i < m.n; ++i) {
         const spi_ioc_transfer &t = m.xf[i];
-        if (t.rx_buf && !to_user(reinterpret_cast<void *>(t.rx_buf), m.run[i].rx, t.len))
+        if (t.rx_buf != 0 && !to_user(reinterpret_cast<void *>(t.rx_buf), m.run[i].rx, t.len))
             return fail(EFAULT);
     }
     return static_cast<int>(m.total);
@@ -224,7 +232,7 @@ int spidev_ioctl(unsigned long req, void *arg) {
     if (_IOC_TYPE(req) != SPI_IOC_MAGIC)
         return fail(ENOTTY);
     Guard guard;
-    if (!g.st)
+    if (g.st == nullptr)
         return fail(ENODEV);
     int r = setup_ioctl(req, arg);
     if (r != -2)
@@ -242,7 +250,7 @@ extern "C" int ioctl(int fd, unsigned long req, ...) noexcept {
     va_end(ap);
     if (active()) {
         FdInfo *info = tracked(fd);
-        if (info && info->kind == kFdSpidev)
+        if (info != nullptr && info->kind == kFdSpidev)
             return spidev_ioctl(req, arg);
     }
     return real_fn(r_ioctl, "ioctl")(fd, req, arg);

@@ -36,7 +36,8 @@ void bench_vsyslog(int pri, const char *fmt, va_list ap) {
     ErrnoKeeper keep;
     real_vsyslog(pri, fmt, ap);
     char msg[2048];
-    int n = std::vsnprintf(msg, sizeof msg, fmt ? fmt : "", ap); // errno is the caller's for %m
+    // errno is the caller's for %m
+    int n = std::vsnprintf(msg, sizeof msg, fmt != nullptr ? fmt : "", ap);
     char esc[4 * sizeof msg + 1];
     zb::escape(esc, sizeof esc, msg, n < 0 ? 0 : sizeof msg);
     Guard guard;
@@ -54,7 +55,8 @@ void openlog(const char *ident, int option, int facility) {
     ErrnoKeeper keep;
     {
         Guard guard;
-        zb::event("openlog %d %s %d %d", getpid(), ident ? ident : "-", option, facility);
+        zb::event("openlog %d %s %d %d", getpid(), ident != nullptr ? ident : "-", option,
+                  facility);
     }
     if (g.real_syslog)
         real_fn(r_openlog, "openlog")(ident, option, facility);

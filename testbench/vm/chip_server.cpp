@@ -41,27 +41,35 @@ struct Server {
     int log_fd;
 };
 
+// The request and answer buffers of the chip device, read and written whole.
+// NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables)
 alignas(8) uint8_t g_request[ZC_MAX_REQUEST];
 alignas(8) uint8_t g_answer[sizeof(zc_answer) + ZC_MAX_BYTES];
+// NOLINTEND(cppcoreguidelines-avoid-non-const-global-variables)
 
 // Runs an SPI request on the chip; returns the answer's length.
 size_t spi_request(ChipState &st, const zc_request &rq, size_t len) {
     static zb::SpiTransfer run[ZC_MAX_TRANSFERS];
-    auto *tr = reinterpret_cast<const zc_transfer *>(&rq + 1);
+    const auto *tr = reinterpret_cast<const zc_transfer *>(&rq + 1);
     const uint8_t *tx = reinterpret_cast<const uint8_t *>(tr + rq.count);
     const uint8_t *end = g_request + len;
     uint8_t *rx = g_answer + sizeof(zc_answer);
     uint32_t total = 0;
     auto *ans = reinterpret_cast<zc_answer *>(g_answer);
     for (uint32_t i = 0; i < rq.count && i < ZC_MAX_TRANSFERS; ++i) {
-        bool fits = tr[i].len <= ZC_MAX_BYTES - total && (!tr[i].has_tx || tx + tr[i].len <= end);
+        bool fits =
+            tr[i].len <= ZC_MAX_BYTES - total && (tr[i].has_tx == 0 || tx + tr[i].len <= end);
         if (!fits) {
             *ans = {-EINVAL, 0};
             return sizeof *ans;
         }
-        run[i] = {tr[i].has_tx ? tx : nullptr, rx + total,           tr[i].len,
-                  tr[i].bits_per_word,         tr[i].cs_change != 0, tr[i].has_rx != 0};
-        tx += tr[i].has_tx ? tr[i].len : 0;
+        run[i] = {tr[i].has_tx != 0 ? tx : nullptr,
+                  rx + total,
+                  tr[i].len,
+                  tr[i].bits_per_word,
+                  tr[i].cs_change != 0,
+                  tr[i].has_rx != 0};
+        tx += tr[i].has_tx != 0 ? tr[i].len : 0;
         total += tr[i].len;
     }
     bool ok = !zb::spi_message_fails(st);
@@ -71,7 +79,7 @@ size_t spi_request(ChipState &st, const zc_request &rq, size_t len) {
 }
 
 size_t gpio_request(ChipState &st, const zc_request &rq) {
-    int level = rq.level ? 1 : 0;
+    int level = rq.level != 0 ? 1 : 0;
     zb::event("level %d %u %d", rq.pid, rq.line, level);
     zb::chip_gpio_level(st, static_cast<int>(rq.line), level);
     *reinterpret_cast<zc_answer *>(g_answer) = {0, 0};
@@ -101,7 +109,7 @@ Server start(const char *sb) {
     Server s{};
     s.st = zb::state_map(sb);
     char path[4096];
-    if (!s.st || !zb::sandbox_path(path, sizeof path, sb, "/state"))
+    if (s.st == nullptr || !zb::sandbox_path(path, sizeof path, sb, "/state"))
         die("no bench state in the sandbox");
     s.lock_fd = open(path, O_RDWR | O_CLOEXEC);
     zb::event_log_init(sb, s.st);
@@ -127,7 +135,7 @@ int main(int argc, char **argv) {
     }
     Server s = start(argv[1]);
     FILE *ready = std::fopen(argv[2], "w");
-    if (!ready || std::fputs("ready\n", ready) < 0 || std::fclose(ready) != 0)
+    if (ready == nullptr || std::fputs("ready\n", ready) < 0 || std::fclose(ready) != 0)
         die(argv[2]);
     pollfd fds[2] = {{s.chip_fd, POLLIN, 0}, {s.log_fd, POLLIN, 0}};
     for (;;) {
@@ -136,9 +144,9 @@ int main(int argc, char **argv) {
                 continue;
             die("poll");
         }
-        if (fds[0].revents & POLLIN)
+        if ((fds[0].revents & POLLIN) != 0)
             serve_chip(s);
-        if (fds[1].revents & POLLIN)
+        if ((fds[1].revents & POLLIN) != 0)
             zb::log_receive(s.log_fd, s.lock_fd, true);
     }
 }

@@ -38,10 +38,10 @@ bool log_receive(int fd, int lock_fd, bool wait) {
     buf[n] = '\0';
     char *end = nullptr;
     long pri = buf[0] == '<' ? std::strtol(buf + 1, &end, 10) : -1;
-    char *bracket = end ? std::strstr(end, "[") : nullptr;
+    char *bracket = end != nullptr ? std::strstr(end, "[") : nullptr;
     char *pid_end = nullptr;
-    long pid = bracket ? std::strtol(bracket + 1, &pid_end, 10) : 0;
-    if (pri < 0 || !pid_end || std::strncmp(pid_end, "]: ", 3) != 0)
+    long pid = bracket != nullptr ? std::strtol(bracket + 1, &pid_end, 10) : 0;
+    if (pri < 0 || pid_end == nullptr || std::strncmp(pid_end, "]: ", 3) != 0)
         return true; // not a line of a program that logs with its pid
     const char *msg = pid_end + 3;
     char esc[4 * sizeof buf + 1];
