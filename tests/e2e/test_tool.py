@@ -218,6 +218,27 @@ def test_failed_transfer_shows_on_stderr_only(bench):
     assert (res.rc, res.out, res.err) == (0, "writing 0x1 in 0x7\n", EIO)
 
 
+# A closed standard output or error is /dev/null to the tool: the status and
+# the transfers stay, and nothing lands in what the process opens next (on the
+# bench, where openlog opens no socket, its state file, which a stray write
+# would wreck for the next run).
+@pytest.mark.parametrize("closed,fault,out", [
+    ((1,), None, ""),
+    ((2,), "xfer", "Register offset   5 (0x5) = 0xFF\n"),
+    ((1, 2), "xfer", ""),
+])
+def test_closed_outputs_write_nowhere(bench, closed, fault, out):
+    bench.poke(5, 0x2A)
+    bench.clear_events()
+    if fault:
+        bench.fault(fault)
+    res = bench.run(["-r", "5"], closed=closed)
+    assert (res.rc, res.out, res.err) == (0, out, "")
+    assert [(x.op, x.reg) for x in bench.xfer_events()] == [("R", 5)]
+    bench.clear_faults()
+    assert bench.run(["-r", "5"]).out == "Register offset   5 (0x5) = 0x2A\n"
+
+
 # --- dump and load --------------------------------------------------------
 
 def dump_text(values):
