@@ -169,6 +169,11 @@ def test_needle_is_the_whole_argv0(bench):
     editor = bench.spawn(["-c", "sleep 60; :", "switch_daemon"], argv0="sh", prog="/bin/sh")
     assert bench.wait_for(lambda: editor.nspid in bench.ns_pids("sh"))
     assert bench.run([], argv0="/usr/bin/switch_config").out.endswith(" daemon NONE\n")
+    # An exec with an empty argument vector gives an empty name, which every
+    # command line holds: the first by path text, pid 1, counts.
+    exec_empty = "import ctypes, sys; ctypes.CDLL(None).execv(sys.argv[1].encode(), (ctypes.c_char_p * 1)())"
+    res = bench.run(["-c", exec_empty, bench.prog], argv0="python3", prog="/usr/bin/python3")
+    assert (res.rc, res.out) == (255, " is already running with PID 1\n")
 
 
 def test_pid_file_holds_the_tool_pid(bench):
