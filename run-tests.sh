@@ -3,8 +3,9 @@
 # tests, the end-to-end suite on the simulated board (with the staged install,
 # the man pages, the init script and the daemon among real avahi services),
 # the end-to-end suite again on a build with AddressSanitizer and
-# UndefinedBehaviorSanitizer, the ARM build for the board with its size check,
-# and, where qemu-user is installed, the end-to-end suite on the ARM executable.
+# UndefinedBehaviorSanitizer, a short run of every fuzz target, the ARM build
+# for the board with its size check, and, where qemu-user is installed, the
+# end-to-end suite on the ARM executable.
 set -eu
 cd "$(dirname "$0")"
 
@@ -19,6 +20,10 @@ cmake --preset asan
 cmake --build --preset asan -j2
 ctest --preset asan
 SWITCH_BUILD_DIR="$PWD/build-asan" /usr/bin/python3 -m pytest tests/e2e -q -p no:cacheprovider
+
+# Every libFuzzer target for 20 seconds (about 2.5 minutes with the build);
+# any finding fails the run.
+tools/fuzz.sh 20
 
 # The board: 32-bit ARM; the build fails when the stripped executable grows
 # past 160 KiB.

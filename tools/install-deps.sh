@@ -2,15 +2,18 @@
 # Installs what building, trying and testing need on Debian 12, and nothing
 # that is there already. Run as root.
 #   tools/install-deps.sh        the host build and its tests, the man page
-#                                check, the ARM cross compiler, and the real
-#                                services of the daemon's integration test
+#                                check, the ARM cross compiler, the real
+#                                services of the daemon's integration test,
+#                                and clang with its libFuzzer and sanitizer
+#                                runtimes for the fuzz targets
 #   tools/install-deps.sh qemu   also qemu-user, for the end-to-end suite on
 #                                the ARM executable (testbench/qemu/run-e2e.sh)
 set -eu
 
 packages="g++ cmake make libgtest-dev binutils python3 python3-pytest iproute2 util-linux \
 spi-tools python3-spidev tmux man-db groff-base g++-arm-linux-gnueabihf \
-avahi-daemon avahi-autoipd busybox socat"
+avahi-daemon avahi-autoipd busybox socat \
+clang libclang-rt-14-dev"
 for group in "$@"; do
     case $group in
         qemu) packages="$packages qemu-user" ;;
