@@ -97,6 +97,7 @@ def test_setup_ioctl_failures(bench, fault, message, rc):
     ("processor\t: 0\nHardware\t: Zorvi HPB-NOR rev 2\nRevision\t: 0000\n", NOR),  # a prefix
     ("Hardware\t: Zorvi HPB-NANDX\n", NAND),
     ("Hardware: Zorvi HPB-NOR", NOR),  # no newline at the end of the file
+    ("x" * 255 + "Hardware\t: Zorvi HPB-NOR\n", NOR),  # a long line is read in pieces of 255
     (None, None),
     ("processor\t: 0\nBogoMIPS\t: 100\n", None),
     ("Hardware\t: Zorvi HPB-SD\n", None),

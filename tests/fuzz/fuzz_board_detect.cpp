@@ -3,8 +3,9 @@
 //
 // Besides the sanitizers (and the leak check, which sees a file left open):
 // the result is a board kind; a known board is named by its machine name
-// somewhere behind a line that begins with "Hardware"; and a file whose first
-// line names the board as the kernel writes it gives that board.
+// somewhere behind a line (or a piece of 255 characters of a longer one) that
+// begins with "Hardware"; and a file whose first line names the board as the
+// kernel writes it gives that board.
 #include "core/board.h"
 #include "tests/fuzz/fake_files.h"
 #include "tests/fuzz/fuzz_check.h"
@@ -14,13 +15,14 @@
 
 namespace {
 
-// Where a line that begins with "Hardware" begins, or npos.
+// Where the first text that fgets gives (a line, cut into pieces of 255
+// characters) that begins with "Hardware" begins, or npos.
 std::size_t hardware_line(std::string_view text) {
-    for (std::size_t at = 0; at < text.size(); at = text.find('\n', at) + 1) {
+    for (std::size_t at = 0; at < text.size();) {
         if (text.substr(at).starts_with("Hardware"))
             return at;
-        if (text.find('\n', at) == std::string_view::npos)
-            break;
+        const std::size_t piece = text.substr(at, 255).find('\n');
+        at += piece == std::string_view::npos ? 255 : piece + 1;
     }
     return std::string_view::npos;
 }
