@@ -21,16 +21,6 @@ zb::ChipState chip;
 SpiAccess log_entries[spidev_chip::LOG_CAPACITY];
 std::size_t log_count = 0;
 
-bool is_spi_fd(int fd, SpiPath &path) {
-    if (fd < 0)
-        return false;
-    if (fd == descriptors[0] || fd == descriptors[1]) {
-        path = fd == descriptors[0] ? SpiPath::tool : SpiPath::console;
-        return true;
-    }
-    return false;
-}
-
 // One three-byte transfer in one chip-select frame: 0x03, register, 0xFF to
 // read (the value comes back in the third byte), 0x02, register, value to
 // write. The tool passes a receive buffer and 8 bits per word on both; the
@@ -74,12 +64,12 @@ extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
     va_start(arguments, request);
     void *argument = va_arg(arguments, void *);
     va_end(arguments);
-    SpiPath path;
-    if (!is_spi_fd(fd, path))
+    if (fd < 0 || (fd != descriptors[0] && fd != descriptors[1]))
         return static_cast<int>(syscall(SYS_ioctl, fd, request, argument));
     // The targets make no set-up ioctl: one access is one message.
     FUZZ_CHECK(request == SPI_IOC_MESSAGE(1));
-    return transfer(path, *static_cast<const spi_ioc_transfer *>(argument));
+    return transfer(fd == descriptors[0] ? SpiPath::tool : SpiPath::console,
+                    *static_cast<const spi_ioc_transfer *>(argument));
 }
 
 namespace spidev_chip {
