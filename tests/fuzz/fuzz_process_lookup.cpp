@@ -3,12 +3,12 @@
 // globfree (in place of the C library's and the sanitizer's) to give the
 // directories of the input, whose cmdline files fake_files.h serves.
 //
-// The input: the needle up to the first NUL, then entries of a kind byte, a
-// two-byte length (little end first) and that many bytes of command line
-// (fewer at the end of the input). The kind's low two bits: 0 the scanning
-// process's own directory, 1 "self", 2 a process that has gone (its file
-// cannot be opened), 3 another process, whose pid is 1 plus the kind's upper
-// six bits.
+// The input: the needle up to the first NUL, then at most 64 entries of a
+// kind byte, a two-byte length (little end first) and that many bytes of
+// command line (fewer at the end of the input). The kind's low two bits: 0
+// the scanning process's own directory, 1 "self", 2 a process that has gone
+// (its file cannot be opened), 3 another process, whose pid is 1 plus the
+// kind's upper six bits.
 //
 // Besides the sanitizers (and the leak check, which sees a file or a list
 // left unreleased), each scan checks:
@@ -36,6 +36,7 @@ struct Entry {
     std::string_view cmdline;
 };
 
+constexpr std::size_t MOST_ENTRIES = 64; // a board runs a few dozen processes
 std::vector<Entry> entries;
 bool list_held = false;
 
@@ -86,7 +87,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 
     entries.clear();
     fake_files::clear();
-    for (std::size_t at = needle_end + 1; at + 3 <= input.size();) {
+    for (std::size_t at = needle_end + 1;
+         at + 3 <= input.size() && entries.size() < MOST_ENTRIES;) {
         const auto byte = [&](std::size_t i) { return static_cast<std::uint8_t>(input[at + i]); };
         const std::uint8_t kind = byte(0);
         const std::string_view cmdline = input.substr(at + 3, byte(1) | byte(2) << 8);
