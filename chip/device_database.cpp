@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): the device database
 DrvCtrl *gDrvCtrl = nullptr;
 
 int init_database() {

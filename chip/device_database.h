@@ -78,10 +78,11 @@ struct DrvCtrl {
 
 // The port mask bit of a port index; an index that names no port adds none.
 constexpr std::uint16_t port_mask_bit(std::uint32_t port_index) {
-    return static_cast<std::uint16_t>(port_index < SWITCH_PORTS ? 1u << port_index : 0u);
+    return static_cast<std::uint16_t>(port_index < SWITCH_PORTS ? 1U << port_index : 0U);
 }
 
 // Null until init_database has run; only the exit command frees it.
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): the device database
 extern DrvCtrl *gDrvCtrl;
 
 int init_database();

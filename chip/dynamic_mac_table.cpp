@@ -5,6 +5,7 @@
 #include "chip/table_access.h"
 #include "console/hw_access.h"
 
+#include <cstddef>
 #include <cstdio>
 
 namespace {
@@ -30,7 +31,7 @@ unsigned valid_entries(std::uint8_t high, std::uint8_t low) {
 // The source port as a column mark: column c shows 'M' when the port value
 // is c. Values 0, 5, 6 and 7 mark none.
 void format_source_port(unsigned source, char *buffer) {
-    for (unsigned column = 1; column <= 4; ++column) {
+    for (std::size_t column = 1; column <= 4; ++column) {
         buffer[2 * (column - 1)] = source == column ? 'M' : '-';
         buffer[2 * (column - 1) + 1] = ' ';
     }
@@ -46,15 +47,15 @@ void SwitchReadDynMacTable(int fd) {
     for (unsigned entry = 0; entry < DYN_MAC_ENTRIES; ++entry) {
         table_read_start(fd, TABLE_DYNAMIC_MAC, entry);
         const std::uint8_t high = hw_read_byte(fd, REG_DYN_COUNT_HIGH);
-        if (high & DYN_EMPTY)
+        if ((high & DYN_EMPTY) != 0)
             break;
         const std::uint8_t low = hw_read_byte(fd, REG_DYN_COUNT_LOW);
         if (entry >= valid_entries(high, low))
             break;
         std::uint8_t fid_byte = DYN_NOT_READY;
-        for (unsigned poll = 0; poll < DYN_READY_POLLS && (fid_byte & DYN_NOT_READY); ++poll)
+        for (unsigned poll = 0; poll < DYN_READY_POLLS && ((fid_byte & DYN_NOT_READY) != 0); ++poll)
             fid_byte = hw_read_byte(fd, REG_DYN_FID);
-        if (fid_byte & DYN_NOT_READY) {
+        if ((fid_byte & DYN_NOT_READY) != 0) {
             std::printf("%s: This MAC entry (%d) is not ready for read\n", "SwitchReadDynMacTable",
                         static_cast<int>(entry));
             continue;
@@ -63,7 +64,7 @@ void SwitchReadDynMacTable(int fd) {
         for (unsigned i = 0; i < 6; ++i)
             mac[i] = hw_read_byte(fd, REG_DYN_MAC_FIRST + i);
         char ports[9];
-        format_source_port(low & 0x07u, ports);
+        format_source_port(low & 0x07U, ports);
         std::printf("%4d   ", static_cast<int>(entry));
         std::printf("%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4],
                     mac[5]);
@@ -71,10 +72,4 @@ void SwitchReadDynMacTable(int fd) {
         std::printf("     %s", ports);
         std::printf("  %2d \n", (low >> 3) & 0x03);
     }
-}
-
-int macdyn_cmd(std::uint16_t *argc, char **argv, std::uint16_t, int fd) {
-    cli_echo_tokens(*argc, argv, true);
-    SwitchReadDynMacTable(fd);
-    return cli_handler_done(*argc, argv);
 }

@@ -2,8 +2,10 @@
 // keeps running sums in gDrvCtrl->port_mib until clearmib.
 #include "chip/mib_counters.h"
 
+#include "chip/device_database.h"
 #include "chip/port_columns.h"
 #include "chip/table_access.h"
+#include "console/cli_handler.h"
 #include "console/hw_access.h"
 
 #include <cstdio>
@@ -68,7 +70,7 @@ void read_counter(int fd, unsigned address, std::uint32_t &word) {
     const std::uint32_t byte0 = hw_read_byte(fd, REG_MIB_BYTE0);
     const std::uint32_t raw =
         (static_cast<std::uint32_t>(status) << 24) | (byte2 << 16) | (byte1 << 8) | byte0;
-    if (status & MIB_OVERFLOW)
+    if ((status & MIB_OVERFLOW) != 0)
         word += MIB_OVERFLOW_STEP;
     word += raw & MIB_VALUE_MASK;
 }
@@ -85,7 +87,7 @@ void read_dropped(int fd, MibBlock &block, unsigned port_index, unsigned k) {
     if (value == last)
         return;
     block.dropped_raw[k] = value;
-    block.dropped[k] = block.dropped[k] - last + value + (value < last ? 0x10000u : 0u);
+    block.dropped[k] = block.dropped[k] - last + value + (value < last ? 0x10000U : 0U);
 }
 
 // One display row: the label, then one 12-character column per port index
@@ -100,8 +102,6 @@ void print_words(const char *label, unsigned first, unsigned end, unsigned word,
     std::putchar('\n');
 }
 
-} // namespace
-
 void HardwareReadMIBCounter(int fd, DrvCtrl *record, unsigned port_index) {
     // port_mib has one block per chip port; nothing else may be indexed.
     if (record == nullptr || port_index >= SWITCH_PORTS)
@@ -113,12 +113,14 @@ void HardwareReadMIBCounter(int fd, DrvCtrl *record, unsigned port_index) {
     read_dropped(fd, block, port_index, 1);
 }
 
+} // namespace
+
 void SwitchShowMIBCounter(int fd, std::int32_t port) {
     if (gDrvCtrl == nullptr)
         return;
     // The number typed is one more than the port index; computed unsigned so
     // that the largest index cannot overflow.
-    const auto typed = static_cast<std::int32_t>(static_cast<std::uint32_t>(port) + 1u);
+    const auto typed = static_cast<std::int32_t>(static_cast<std::uint32_t>(port) + 1U);
     unsigned first = 1;
     unsigned end = SWITCH_PORTS;
     if (port == MIB_ALL_PORTS) {
@@ -163,17 +165,11 @@ void SwitchClearMIBCounter(int fd) {
             word = 0;
 }
 
-int showmib_cmd(std::uint16_t *argc, char **argv, std::uint16_t, int fd) {
+int showmib_cmd(std::uint16_t *argc, char **argv, std::uint16_t /*usage_index*/, int fd) {
     cli_echo_tokens(*argc, argv, true);
     std::int32_t port = MIB_ALL_PORTS;
     if (*argc >= 1)
         port = static_cast<std::int32_t>(cli_number(argv[0], 10) - 1);
     SwitchShowMIBCounter(fd, port);
-    return cli_handler_done(*argc, argv);
-}
-
-int clearmib_cmd(std::uint16_t *argc, char **argv, std::uint16_t, int fd) {
-    cli_echo_tokens(*argc, argv, true);
-    SwitchClearMIBCounter(fd);
     return cli_handler_done(*argc, argv);
 }

@@ -2,6 +2,7 @@
 // c; callers showing a chip port mask pass it shifted right by one.
 #include "chip/port_columns.h"
 
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 
@@ -9,8 +10,8 @@ const char *const on_off_text[2] = {" disable", "  enable"};
 
 void format_port_map(std::uint32_t mask, char *buffer) {
     std::memset(buffer, ' ', 8);
-    for (unsigned i = 0; i < 4; ++i)
-        buffer[2 * i] = (mask & (1u << i)) ? 'M' : '-';
+    for (std::size_t i = 0; i < 4; ++i)
+        buffer[2 * i] = (mask & (1U << i)) != 0 ? 'M' : '-';
     buffer[8] = '\0';
 }
 

@@ -1,9 +1,8 @@
 // What the per-port setting operations share: the port index check with its
-// message, the read-modify-write of flag bits, and the <Port> <value> handler.
+// message and the read-modify-write of flag bits.
 #pragma once
 
 #include "chip/device_database.h"
-#include "console/cli.h"
 
 inline constexpr std::uint32_t LAST_PORT_INDEX = SWITCH_PORTS - 1;
 
@@ -18,11 +17,12 @@ std::uint8_t with_flag_bits(std::uint8_t value, std::uint8_t mask, std::int32_t 
 // every other bit passes through unchanged.
 void update_flag_bits(int fd, unsigned reg, std::uint8_t mask, std::int32_t on);
 
-// The handlers of the form <Port> <value>: the port number becomes its index.
-template <void (*Operation)(int, std::uint32_t, std::int32_t)>
-int port_value_handler(std::uint16_t argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!cli_take_tokens(argc, argv, 2, usage_index))
-        return 1;
-    Operation(fd, cli_port_index(argv[0]), cli_int(argv[1]));
-    return cli_handler_done(argc, argv);
+// Each port has a block of 16 registers: the register at offset in port p's
+// block is 16p + offset.
+constexpr unsigned port_reg(std::uint32_t p, unsigned offset) {
+    return 16 * p + offset;
 }
+
+// The port check, then update_flag_bits on the port's register 16p + offset.
+void update_port_flag_bits(int fd, std::uint32_t p, unsigned offset, std::uint8_t mask,
+                           std::int32_t on);

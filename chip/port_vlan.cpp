@@ -4,8 +4,10 @@
 // 802.1Q switch is bit 7 of the chip-wide register 5.
 #include "chip/port_vlan.h"
 
+#include "chip/device_database.h"
 #include "chip/port_columns.h"
 #include "chip/port_settings.h"
+#include "console/cli_handler.h"
 #include "console/hw_access.h"
 
 #include <cstdio>
@@ -21,37 +23,13 @@ constexpr std::uint8_t INGRESS_FILTER = 0x40; // register 16p + 18
 constexpr std::uint8_t DISCARD_NON_PVID = 0x20;
 constexpr std::uint8_t VID_HIGH_BITS = 0x0F; // register 16p + 19
 
-constexpr unsigned tag_reg(std::uint32_t p) {
-    return 16 * p + 16;
-}
-constexpr unsigned ingress_reg(std::uint32_t p) {
-    return 16 * p + 18;
-}
-constexpr unsigned vid_high_reg(std::uint32_t p) {
-    return 16 * p + 19;
-}
-constexpr unsigned vid_low_reg(std::uint32_t p) {
-    return 16 * p + 20;
-}
+// Offsets in a port's register block.
+constexpr unsigned TAG_OFFSET = 16;
+constexpr unsigned INGRESS_OFFSET = 18;
+constexpr unsigned VID_HIGH_OFFSET = 19;
+constexpr unsigned VID_LOW_OFFSET = 20;
 
-template <std::int32_t Enable> void set_port_tag(int fd, std::uint32_t p, std::int32_t tag) {
-    SwitchSetPortVlanTag(fd, p, tag, Enable);
-}
-
-template <std::int32_t Enable>
-int set_8021q_handler(std::uint16_t argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!cli_take_tokens(argc, argv, 0, usage_index))
-        return 1;
-    SwitchSet8021Q(fd, Enable);
-    return cli_handler_done(argc, argv);
-}
-
-struct FlagLine {
-    const char *label;
-    std::uint8_t PortVlanRow::*field;
-};
-
-constexpr std::array<FlagLine, 4> flag_lines{{
+constexpr std::array<FlagLine<PortVlanRow>, 4> flag_lines{{
     {"VLAN tag insertion   : ", &PortVlanRow::tag_insert},
     {"VLAN tag removal     : ", &PortVlanRow::tag_remove},
     {"VLAN ingress filter  : ", &PortVlanRow::ingress_filter},
@@ -68,10 +46,10 @@ void SwitchSetPortDefaultVid(int fd, std::uint32_t p, std::uint16_t vid) {
         std::printf("error: incorrect default vid (%d) to set! \n", vid);
         return;
     }
-    hw_write_byte(fd, vid_low_reg(p), vid & 0xFFu);
-    const std::uint8_t high = hw_read_byte(fd, vid_high_reg(p));
+    hw_write_byte(fd, port_reg(p, VID_LOW_OFFSET), vid & 0xFFU);
+    const std::uint8_t high = hw_read_byte(fd, port_reg(p, VID_HIGH_OFFSET));
     hw_write_byte(
-        fd, vid_high_reg(p),
+        fd, port_reg(p, VID_HIGH_OFFSET),
         static_cast<std::uint8_t>((high & ~VID_HIGH_BITS) | ((vid >> 8) & VID_HIGH_BITS)));
 }
 
@@ -80,21 +58,15 @@ void SwitchSet8021Q(int fd, std::int32_t enable) {
 }
 
 void SwitchSetPortVlanTag(int fd, std::uint32_t p, std::int32_t tag, std::int32_t enable) {
-    if (!port_index_valid(p))
-        return;
-    update_flag_bits(fd, tag_reg(p), tag == 1 ? TAG_INSERT : TAG_REMOVE, enable);
+    update_port_flag_bits(fd, p, TAG_OFFSET, tag == 1 ? TAG_INSERT : TAG_REMOVE, enable);
 }
 
 void SwitchSetPortIngressFilter(int fd, std::uint32_t p, std::int32_t flag) {
-    if (!port_index_valid(p))
-        return;
-    update_flag_bits(fd, ingress_reg(p), INGRESS_FILTER, flag);
+    update_port_flag_bits(fd, p, INGRESS_OFFSET, INGRESS_FILTER, flag);
 }
 
 void SwitchSetPortDiscardNonVid(int fd, std::uint32_t p, std::int32_t flag) {
-    if (!port_index_valid(p))
-        return;
-    update_flag_bits(fd, ingress_reg(p), DISCARD_NON_PVID, flag);
+    update_port_flag_bits(fd, p, INGRESS_OFFSET, DISCARD_NON_PVID, flag);
 }
 
 void SwitchShowVlanInfo(int fd) {
@@ -102,17 +74,17 @@ void SwitchShowVlanInfo(int fd) {
         return;
     for (std::uint32_t i = 0; i < SWITCH_PORTS; ++i) {
         PortVlanRow &row = gDrvCtrl->port_vlan[i];
-        const std::uint8_t low = hw_read_byte(fd, vid_low_reg(i));
-        const std::uint8_t high = hw_read_byte(fd, vid_high_reg(i));
-        const std::uint8_t tags = hw_read_byte(fd, tag_reg(i));
-        const std::uint8_t ingress = hw_read_byte(fd, ingress_reg(i));
+        const std::uint8_t low = hw_read_byte(fd, port_reg(i, VID_LOW_OFFSET));
+        const std::uint8_t high = hw_read_byte(fd, port_reg(i, VID_HIGH_OFFSET));
+        const std::uint8_t tags = hw_read_byte(fd, port_reg(i, TAG_OFFSET));
+        const std::uint8_t ingress = hw_read_byte(fd, port_reg(i, INGRESS_OFFSET));
         row.default_vid = static_cast<std::uint16_t>(((high & VID_HIGH_BITS) << 8) | low);
-        row.tag_insert = (tags & TAG_INSERT) ? 1 : 0;
-        row.tag_remove = (tags & TAG_REMOVE) ? 1 : 0;
-        row.ingress_filter = (ingress & INGRESS_FILTER) ? 1 : 0;
-        row.discard_non_pvid = (ingress & DISCARD_NON_PVID) ? 1 : 0;
+        row.tag_insert = (tags & TAG_INSERT) != 0 ? 1 : 0;
+        row.tag_remove = (tags & TAG_REMOVE) != 0 ? 1 : 0;
+        row.ingress_filter = (ingress & INGRESS_FILTER) != 0 ? 1 : 0;
+        row.discard_non_pvid = (ingress & DISCARD_NON_PVID) != 0 ? 1 : 0;
     }
-    gDrvCtrl->vlan_8021q = (hw_read_byte(fd, REG_GLOBAL_CONTROL) & GLOBAL_8021Q) ? 1 : 0;
+    gDrvCtrl->vlan_8021q = (hw_read_byte(fd, REG_GLOBAL_CONTROL) & GLOBAL_8021Q) != 0 ? 1 : 0;
 
     // Column c shows port index c; index 0 is read but has no column.
     print_info_heading("\n                Port :        %s\n");
@@ -120,8 +92,7 @@ void SwitchShowVlanInfo(int fd) {
     for (int c = 1; c <= 4; ++c)
         std::printf(" %7d    ", gDrvCtrl->port_vlan[c].default_vid);
     std::fputs("\n", stdout);
-    for (const FlagLine &line : flag_lines)
-        print_flag_row(line.label, gDrvCtrl->port_vlan, line.field);
+    print_flag_rows(flag_lines, gDrvCtrl->port_vlan);
     std::printf("VLAN 802.1Q          : %s\n", on_off_text[gDrvCtrl->vlan_8021q]);
 }
 
@@ -130,36 +101,5 @@ int vlandefvid_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, 
         return 1;
     SwitchSetPortDefaultVid(fd, cli_port_index(argv[0]),
                             static_cast<std::uint16_t>(cli_number(argv[1], 10)));
-    return cli_handler_done(*argc, argv);
-}
-
-int vlanenable_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return set_8021q_handler<1>(*argc, argv, usage_index, fd);
-}
-
-int vlandisable_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return set_8021q_handler<0>(*argc, argv, usage_index, fd);
-}
-
-int vlanenabletag_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return port_value_handler<set_port_tag<1>>(*argc, argv, usage_index, fd);
-}
-
-int vlandisabletag_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return port_value_handler<set_port_tag<0>>(*argc, argv, usage_index, fd);
-}
-
-int vlaningressfilter_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return port_value_handler<SwitchSetPortIngressFilter>(*argc, argv, usage_index, fd);
-}
-
-int vlandiscardnonvid_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return port_value_handler<SwitchSetPortDiscardNonVid>(*argc, argv, usage_index, fd);
-}
-
-int vlaninfo_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!cli_take_tokens(*argc, argv, 0, usage_index))
-        return 1;
-    SwitchShowVlanInfo(fd);
     return cli_handler_done(*argc, argv);
 }

@@ -7,8 +7,10 @@
 // register 135, which must be on while any port splits its queues.
 #include "chip/qos.h"
 
+#include "chip/device_database.h"
 #include "chip/port_columns.h"
 #include "chip/port_settings.h"
+#include "console/cli_handler.h"
 #include "console/hw_access.h"
 
 #include <cstdio>
@@ -35,8 +37,9 @@ constexpr std::uint8_t SPLIT_4Q = 0x02;
 // Registers 16p + 178 to 16p + 181.
 constexpr std::uint8_t WFQ = 0x80;
 
+constexpr unsigned PORT_CTRL_OFFSET = 16; // in a port's register block
 constexpr unsigned port_ctrl_reg(std::uint32_t p) {
-    return 16 * p + 16;
+    return port_reg(p, PORT_CTRL_OFFSET);
 }
 constexpr unsigned split_reg(std::uint32_t p) {
     return 16 * p + 177;
@@ -64,33 +67,14 @@ bool queue_is_valid(std::int32_t q) {
 void write_queue_field(int fd, unsigned reg, std::int32_t k, std::int32_t q) {
     const unsigned shift = static_cast<unsigned>(2 * k);
     const unsigned value = hw_read_byte(fd, reg);
-    hw_write_byte(fd, reg, (value & ~(3u << shift)) | (static_cast<unsigned>(q) << shift));
+    hw_write_byte(fd, reg, (value & ~(3U << shift)) | (static_cast<unsigned>(q) << shift));
 }
 
 std::uint8_t queue_field(std::uint8_t value, unsigned k) {
-    return static_cast<std::uint8_t>((value >> (2 * k)) & 3u);
+    return static_cast<std::uint8_t>((value >> (2 * k)) & 3U);
 }
 
-// Optional trailing token: its number when given, otherwise fallback.
-std::int32_t int_arg_or(std::uint16_t argc, char **argv, std::uint16_t at, std::int32_t fallback) {
-    return argc > at ? cli_int(argv[at]) : fallback;
-}
-
-// <value> [<Q#>]: the priority and TOS maps.
-template <void (*Operation)(int, std::int32_t, std::int32_t)>
-int map_handler(std::uint16_t argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!cli_take_tokens(argc, argv, 1, usage_index))
-        return 1;
-    Operation(fd, cli_int(argv[0]), int_arg_or(argc, argv, 1, 0));
-    return cli_handler_done(argc, argv);
-}
-
-struct FlagLine {
-    const char *label;
-    std::uint8_t PortQosRow::*field;
-};
-
-constexpr std::array<FlagLine, 4> flag_lines{{
+constexpr std::array<FlagLine<PortQosRow>, 4> flag_lines{{
     {"QoS split TXQ into 4Q       : ", &PortQosRow::split_4q},
     {"QoS DiffServ                : ", &PortQosRow::diffserv},
     {"QoS 802.1p                  : ", &PortQosRow::dot1p},
@@ -99,6 +83,66 @@ constexpr std::array<FlagLine, 4> flag_lines{{
 
 constexpr const char *MAP_INDENT = "                              "; // under the labels
 constexpr int MAP_ITEMS_PER_LINE = 8;
+
+// A chip-wide map to the transmit queues: four 2-bit queue fields per
+// register from first_reg on.
+struct QueueMap {
+    std::int32_t last; // the largest value the map holds
+    unsigned first_reg;
+    const char *range_error; // with the value
+    const char *mapped;      // with the value and the queue
+};
+constexpr QueueMap PRIORITY_MAP{LAST_PRIORITY, REG_PRIORITY_MAP,
+                                "error: incorrect 802.1p priority value(%d) to set! \n",
+                                "QoS 802.1p priority %d mapping to Q%d. \n"};
+constexpr QueueMap TOS_MAP{LAST_TOS, REG_TOS_MAP, "error: incorrect TOS (%d) value to set! \n",
+                           "QoS TOS priority %d mapping to Q%d. \n"};
+
+// The value is checked before the queue. Negative values are refused like
+// too large ones (see queue_is_valid).
+void map_to_queue(int fd, const QueueMap &map, std::int32_t value, std::int32_t q) {
+    if (value < 0 || value > map.last) {
+        std::printf(map.range_error, value);
+        return;
+    }
+    if (!queue_is_valid(q))
+        return;
+    write_queue_field(fd, map.first_reg + static_cast<unsigned>(value / 4), value % 4, q);
+    std::printf(map.mapped, value, q);
+}
+
+// The settings of one port; the maps are read apart.
+void read_port_qos(int fd, std::uint32_t p, PortQosRow &row) {
+    row.split_4q = (hw_read_byte(fd, split_reg(p)) & SPLIT_4Q) != 0 ? 1 : 0;
+    const std::uint8_t ctrl = hw_read_byte(fd, port_ctrl_reg(p));
+    row.base_queue = static_cast<std::uint8_t>((ctrl & BASE_QUEUE_MASK) >> BASE_QUEUE_SHIFT);
+    row.dot1p = (ctrl & DOT1P) != 0 ? 1 : 0;
+    row.diffserv = (ctrl & DIFFSERV) != 0 ? 1 : 0;
+    // Fair queueing is on only when all four queue registers say so.
+    row.wfq = 1;
+    for (unsigned reg = wfq_last_reg(p); reg >= wfq_first_reg(p); --reg) {
+        if ((hw_read_byte(fd, reg) & WFQ) == 0) {
+            row.wfq = 0;
+            break;
+        }
+    }
+}
+
+// The two mapping lines, the TOS map eight items to a line.
+void print_maps(const PortQosRow &maps) {
+    std::fputs("802.1p mapping to Q         : ", stdout);
+    for (int k = 0; k < 8; ++k)
+        std::printf("%2d-Q%d  ", k, maps.tag_queue[k]);
+    std::fputs("\n", stdout);
+
+    std::fputs("DiffServ mapping to Q       : ", stdout);
+    for (int t = 0; t < 64; ++t) {
+        std::printf("%2d-Q%d  ", t, maps.tos_queue[t]);
+        if ((t + 1) % MAP_ITEMS_PER_LINE == 0)
+            std::printf("\n%s", MAP_INDENT);
+    }
+    std::fputs("\n", stdout);
+}
 
 } // namespace
 
@@ -120,7 +164,7 @@ void SwitchSetPortSplitQueue(int fd, std::uint32_t p, std::int32_t flag) {
     // The chip-wide bit follows all ports, not only the one just changed.
     std::int32_t any_split = 0;
     for (std::uint32_t i = 0; i < SWITCH_PORTS; ++i) {
-        if (hw_read_byte(fd, split_reg(i)) & SPLIT_4Q) {
+        if ((hw_read_byte(fd, split_reg(i)) & SPLIT_4Q) != 0) {
             any_split = 1;
             break;
         }
@@ -129,27 +173,11 @@ void SwitchSetPortSplitQueue(int fd, std::uint32_t p, std::int32_t flag) {
 }
 
 void SwitchMapTagToQueue(int fd, std::int32_t priority, std::int32_t q) {
-    // Negative priorities are refused like too large ones (see queue_is_valid).
-    if (priority < 0 || priority > LAST_PRIORITY) {
-        std::printf("error: incorrect 802.1p priority value(%d) to set! \n", priority);
-        return;
-    }
-    if (!queue_is_valid(q))
-        return;
-    write_queue_field(fd, REG_PRIORITY_MAP + static_cast<unsigned>(priority / 4), priority % 4, q);
-    std::printf("QoS 802.1p priority %d mapping to Q%d. \n", priority, q);
+    map_to_queue(fd, PRIORITY_MAP, priority, q);
 }
 
 void SwitchMapTosToQueue(int fd, std::int32_t tos, std::int32_t q) {
-    // Negative TOS values are refused like too large ones (see queue_is_valid).
-    if (tos < 0 || tos > LAST_TOS) {
-        std::printf("error: incorrect TOS (%d) value to set! \n", tos);
-        return;
-    }
-    if (!queue_is_valid(q))
-        return;
-    write_queue_field(fd, REG_TOS_MAP + static_cast<unsigned>(tos / 4), tos % 4, q);
-    std::printf("QoS TOS priority %d mapping to Q%d. \n", tos, q);
+    map_to_queue(fd, TOS_MAP, tos, q);
 }
 
 void SwitchSetPortBaseQueue(int fd, std::uint32_t p, std::int32_t flag, std::int32_t q) {
@@ -165,36 +193,18 @@ void SwitchSetPortBaseQueue(int fd, std::uint32_t p, std::int32_t flag, std::int
 }
 
 void SwitchSetPortDiffServ(int fd, std::uint32_t p, std::int32_t flag) {
-    if (!port_index_valid(p))
-        return;
-    update_flag_bits(fd, port_ctrl_reg(p), DIFFSERV, flag);
+    update_port_flag_bits(fd, p, PORT_CTRL_OFFSET, DIFFSERV, flag);
 }
 
 void SwitchSetPortDot1p(int fd, std::uint32_t p, std::int32_t flag) {
-    if (!port_index_valid(p))
-        return;
-    update_flag_bits(fd, port_ctrl_reg(p), DOT1P, flag);
+    update_port_flag_bits(fd, p, PORT_CTRL_OFFSET, DOT1P, flag);
 }
 
 void SwitchShowQosInfo(int fd) {
     if (gDrvCtrl == nullptr)
         return;
-    for (std::uint32_t i = 0; i < SWITCH_PORTS; ++i) {
-        PortQosRow &row = gDrvCtrl->port_qos[i];
-        row.split_4q = (hw_read_byte(fd, split_reg(i)) & SPLIT_4Q) ? 1 : 0;
-        const std::uint8_t ctrl = hw_read_byte(fd, port_ctrl_reg(i));
-        row.base_queue = static_cast<std::uint8_t>((ctrl & BASE_QUEUE_MASK) >> BASE_QUEUE_SHIFT);
-        row.dot1p = (ctrl & DOT1P) ? 1 : 0;
-        row.diffserv = (ctrl & DIFFSERV) ? 1 : 0;
-        // Fair queueing is on only when all four queue registers say so.
-        row.wfq = 1;
-        for (unsigned reg = wfq_last_reg(i); reg >= wfq_first_reg(i); --reg) {
-            if ((hw_read_byte(fd, reg) & WFQ) == 0) {
-                row.wfq = 0;
-                break;
-            }
-        }
-    }
+    for (std::uint32_t i = 0; i < SWITCH_PORTS; ++i)
+        read_port_qos(fd, i, gDrvCtrl->port_qos[i]);
     // The maps are chip-wide and kept in row 0.
     PortQosRow &maps = gDrvCtrl->port_qos[0];
     for (unsigned k = 0; k < 8; ++k)
@@ -204,25 +214,12 @@ void SwitchShowQosInfo(int fd) {
 
     // Column c shows port index c; index 0 is read but has no column.
     print_info_heading("\n                       Port :        %s\n");
-    for (const FlagLine &line : flag_lines)
-        print_flag_row(line.label, gDrvCtrl->port_qos, line.field);
+    print_flag_rows(flag_lines, gDrvCtrl->port_qos);
     std::fputs("QoS Port-based mapping to Q : ", stdout);
     for (int c = 1; c <= 4; ++c)
         std::printf("      Q%d    ", gDrvCtrl->port_qos[c].base_queue);
     std::fputs("\n", stdout);
-
-    std::fputs("802.1p mapping to Q         : ", stdout);
-    for (int k = 0; k < 8; ++k)
-        std::printf("%2d-Q%d  ", k, maps.tag_queue[k]);
-    std::fputs("\n", stdout);
-
-    std::fputs("DiffServ mapping to Q       : ", stdout);
-    for (int t = 0; t < 64; ++t) {
-        std::printf("%2d-Q%d  ", t, maps.tos_queue[t]);
-        if ((t + 1) % MAP_ITEMS_PER_LINE == 0)
-            std::printf("\n%s", MAP_INDENT);
-    }
-    std::fputs("\n", stdout);
+    print_maps(maps);
 }
 
 int qoswfq_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
@@ -234,37 +231,10 @@ int qoswfq_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int 
     return cli_handler_done(*argc, argv);
 }
 
-int qossplitq_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return port_value_handler<SwitchSetPortSplitQueue>(*argc, argv, usage_index, fd);
-}
-
-int qostag2q_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return map_handler<SwitchMapTagToQueue>(*argc, argv, usage_index, fd);
-}
-
-int qostos2q_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return map_handler<SwitchMapTosToQueue>(*argc, argv, usage_index, fd);
-}
-
 int qosportbase_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
     if (!cli_take_tokens(*argc, argv, 2, usage_index))
         return 1;
     SwitchSetPortBaseQueue(fd, cli_port_index(argv[0]), cli_int(argv[1]),
-                           int_arg_or(*argc, argv, 2, 0));
-    return cli_handler_done(*argc, argv);
-}
-
-int qosdiffserv_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return port_value_handler<SwitchSetPortDiffServ>(*argc, argv, usage_index, fd);
-}
-
-int qosdot1p_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return port_value_handler<SwitchSetPortDot1p>(*argc, argv, usage_index, fd);
-}
-
-int qosinfo_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!cli_take_tokens(*argc, argv, 0, usage_index))
-        return 1;
-    SwitchShowQosInfo(fd);
+                           cli_int_or(*argc, argv, 2, 0));
     return cli_handler_done(*argc, argv);
 }

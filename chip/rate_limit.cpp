@@ -5,8 +5,10 @@
 // Mbps, and 101 to 115 the sub-Mbps steps of rate_code_table.
 #include "chip/rate_limit.h"
 
+#include "chip/device_database.h"
 #include "chip/port_columns.h"
 #include "chip/port_settings.h"
+#include "console/cli_handler.h"
 #include "console/hw_access.h"
 
 #include <cstdio>
@@ -135,36 +137,9 @@ std::int32_t shown_kbps(std::int32_t code) {
     return code <= LAST_MBPS_CODE ? code * KBPS_PER_MBPS : RateCodeToKbps(code);
 }
 
-// Q# is cut to 8 bits, so 256 means queue 0; a missing Q# means all queues.
-std::uint8_t queue_arg(std::uint16_t argc, char **argv) {
-    return argc > 2 ? static_cast<std::uint8_t>(cli_number(argv[2], 10)) : ALL_QUEUES;
-}
-
-// <Port> <#Kbps> [<Q#>] and <Port> <Flag> [<Q#>].
-template <void (*Operation)(int, std::uint32_t, std::int32_t, std::uint8_t)>
-int config_handler(std::uint16_t argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!cli_take_tokens(argc, argv, 2, usage_index))
-        return 1;
-    Operation(fd, cli_port_index(argv[0]), cli_int(argv[1]), queue_arg(argc, argv));
-    return cli_handler_done(argc, argv);
-}
-
-template <void (*Operation)(int, std::int32_t, std::uint32_t, std::uint8_t)>
-int enable_handler(std::uint16_t argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!cli_take_tokens(argc, argv, 2, usage_index))
-        return 1;
-    Operation(fd, cli_int(argv[1]), cli_port_index(argv[0]), queue_arg(argc, argv));
-    return cli_handler_done(argc, argv);
-}
-
 struct RateLine {
     const char *label; // followed by "(Q<n>) : "
     std::int32_t RateQueueRow::*field;
-};
-
-struct FlagLine {
-    const char *label;
-    std::uint8_t RateQueueRow::*field;
 };
 
 constexpr std::array<RateLine, 2> rate_lines{{
@@ -172,10 +147,41 @@ constexpr std::array<RateLine, 2> rate_lines{{
     {"Rate Limit receive rate  ", &RateQueueRow::rx_rate},
 }};
 
-constexpr std::array<FlagLine, 2> enable_lines{{
+constexpr std::array<FlagLine<RateQueueRow>, 2> enable_lines{{
     {"Rate Limit transmit      ", &RateQueueRow::tx_enabled},
     {"Rate Limit receive       ", &RateQueueRow::rx_enabled},
 }};
+
+void read_port_rates(int fd, std::uint32_t p, PortRateRow &row) {
+    for (unsigned q = 0; q < QUEUES; ++q) {
+        RateQueueRow &queue = row.queue[q];
+        queue.tx_rate = hw_read_byte(fd, rate_reg(EGRESS_BASE, p, q)) & RATE_CODE_MASK;
+        queue.rx_rate = hw_read_byte(fd, rate_reg(INGRESS_BASE, p, q)) & RATE_CODE_MASK;
+        queue.tx_enabled = queue.tx_rate != 0 ? 1 : 0;
+        queue.rx_enabled = queue.rx_rate != 0 ? 1 : 0;
+    }
+    // Flow control and the limit mode belong to the port; kept in queue row 0.
+    const std::uint8_t ctrl = hw_read_byte(fd, limit_ctrl_reg(p));
+    row.queue[0].rx_flow_control = (ctrl & RX_FLOW_CONTROL) != 0 ? 1 : 0;
+    row.queue[0].rx_limit_mode =
+        static_cast<std::uint8_t>((ctrl & LIMIT_MODE_MASK) >> LIMIT_MODE_SHIFT);
+}
+
+// "<label>(Q<q>) : " and the rate of queue q of each column in Kbps.
+void print_rate_line(const RateLine &line, int q, const PortRateRow *rows) {
+    std::printf("%s(Q%d) : ", line.label, q);
+    for (int c = 1; c <= 4; ++c)
+        std::printf("%8d    ", shown_kbps(rows[c].queue[q].*line.field));
+    std::fputs("\n", stdout);
+}
+
+// "<label>(Q<q>) : " and whether queue q of each column has a limit.
+void print_enable_line(const FlagLine<RateQueueRow> &line, int q, const PortRateRow *rows) {
+    std::printf("%s(Q%d) : ", line.label, q);
+    for (int c = 1; c <= 4; ++c)
+        std::printf("%s    ", on_off_text[rows[c].queue[q].*line.field]);
+    std::fputs("\n", stdout);
+}
 
 } // namespace
 
@@ -216,14 +222,8 @@ void SwitchSetRxFlowControl(int fd, std::int32_t flag, std::uint32_t p) {
     Range ports{};
     if (!select_ports(p, flow_control_all_ports, ports))
         return;
-    for (unsigned i = ports.first; i <= ports.last; ++i) {
-        std::uint8_t value = hw_read_byte(fd, limit_ctrl_reg(i));
-        if (flag == 1)
-            value = static_cast<std::uint8_t>(value | RX_FLOW_CONTROL);
-        else
-            value = static_cast<std::uint8_t>(value & ~RX_FLOW_CONTROL);
-        hw_write_byte(fd, limit_ctrl_reg(i), value);
-    }
+    for (unsigned i = ports.first; i <= ports.last; ++i)
+        update_flag_bits(fd, limit_ctrl_reg(i), RX_FLOW_CONTROL, flag);
 }
 
 void SwitchSetRxLimitMode(int fd, std::uint32_t p, std::uint32_t mode) {
@@ -242,64 +242,30 @@ void SwitchSetRxLimitMode(int fd, std::uint32_t p, std::uint32_t mode) {
 void SwitchShowRateInfo(int fd) {
     if (gDrvCtrl == nullptr)
         return;
-    for (std::uint32_t i = 0; i < SWITCH_PORTS; ++i) {
-        PortRateRow &row = gDrvCtrl->port_rate[i];
-        for (unsigned q = 0; q < QUEUES; ++q) {
-            RateQueueRow &queue = row.queue[q];
-            queue.tx_rate = hw_read_byte(fd, rate_reg(EGRESS_BASE, i, q)) & RATE_CODE_MASK;
-            queue.rx_rate = hw_read_byte(fd, rate_reg(INGRESS_BASE, i, q)) & RATE_CODE_MASK;
-            queue.tx_enabled = queue.tx_rate != 0 ? 1 : 0;
-            queue.rx_enabled = queue.rx_rate != 0 ? 1 : 0;
-        }
-        // Flow control and the limit mode belong to the port; kept in queue row 0.
-        const std::uint8_t ctrl = hw_read_byte(fd, limit_ctrl_reg(i));
-        row.queue[0].rx_flow_control = (ctrl & RX_FLOW_CONTROL) ? 1 : 0;
-        row.queue[0].rx_limit_mode =
-            static_cast<std::uint8_t>((ctrl & LIMIT_MODE_MASK) >> LIMIT_MODE_SHIFT);
-    }
+    for (std::uint32_t i = 0; i < SWITCH_PORTS; ++i)
+        read_port_rates(fd, i, gDrvCtrl->port_rate[i]);
 
     // Column c shows port index c; index 0 is read but has no column.
+    const PortRateRow *rows = gDrvCtrl->port_rate;
     print_info_heading("\n                         Port :        %s\n");
-    for (const RateLine &line : rate_lines) {
-        for (int q = 0; q < QUEUES; ++q) {
-            std::printf("%s(Q%d) : ", line.label, q);
-            for (int c = 1; c <= 4; ++c)
-                std::printf("%8d    ", shown_kbps(gDrvCtrl->port_rate[c].queue[q].*line.field));
-            std::fputs("\n", stdout);
-        }
-    }
-    for (const FlagLine &line : enable_lines) {
-        for (int q = 0; q < QUEUES; ++q) {
-            std::printf("%s(Q%d) : ", line.label, q);
-            for (int c = 1; c <= 4; ++c)
-                std::printf("%s    ", on_off_text[gDrvCtrl->port_rate[c].queue[q].*line.field]);
-            std::fputs("\n", stdout);
-        }
-    }
+    for (const RateLine &line : rate_lines)
+        for (int q = 0; q < QUEUES; ++q)
+            print_rate_line(line, q, rows);
+    for (const FlagLine<RateQueueRow> &line : enable_lines)
+        for (int q = 0; q < QUEUES; ++q)
+            print_enable_line(line, q, rows);
     std::fputs("Receive flow control          : ", stdout);
     for (int c = 1; c <= 4; ++c)
-        std::printf("%s    ", on_off_text[gDrvCtrl->port_rate[c].queue[0].rx_flow_control]);
+        std::printf("%s    ", on_off_text[rows[c].queue[0].rx_flow_control]);
     std::fputs("\n", stdout);
     std::fputs("Rate Limit receive mode       : ", stdout);
     for (int c = 1; c <= 4; ++c)
-        std::printf("%8d    ", gDrvCtrl->port_rate[c].queue[0].rx_limit_mode);
+        std::printf("%8d    ", rows[c].queue[0].rx_limit_mode);
     std::fputs("\n", stdout);
 }
 
-int rateconftx_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return config_handler<SwitchConfigTxRate>(*argc, argv, usage_index, fd);
-}
-
-int rateconfrx_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return config_handler<SwitchConfigRxRate>(*argc, argv, usage_index, fd);
-}
-
-int ratetx_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return enable_handler<SwitchSetTxRate>(*argc, argv, usage_index, fd);
-}
-
-int raterx_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return enable_handler<SwitchSetRxRate>(*argc, argv, usage_index, fd);
+std::uint8_t rate_queue_arg(std::uint16_t argc, char **argv) {
+    return argc > 2 ? static_cast<std::uint8_t>(cli_number(argv[2], 10)) : ALL_QUEUES;
 }
 
 int raterxflow_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
@@ -315,12 +281,5 @@ int ratemode_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, in
         return 1;
     SwitchSetRxLimitMode(fd, cli_port_index(argv[0]),
                          static_cast<std::uint32_t>(cli_number(argv[1], 10)));
-    return cli_handler_done(*argc, argv);
-}
-
-int rateinfo_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!cli_take_tokens(*argc, argv, 0, usage_index))
-        return 1;
-    SwitchShowRateInfo(fd);
     return cli_handler_done(*argc, argv);
 }

@@ -1,8 +1,10 @@
 // Rate limiting: egress and ingress limits per queue, flow control, modes.
 #pragma once
 
-#include "chip/device_database.h"
-#include "console/cli.h"
+#include "console/cli_handler.h"
+
+#include <array>
+#include <cstdint>
 
 struct RateCode {
     std::int32_t kbps;
@@ -39,20 +41,23 @@ void SwitchSetRxFlowControl(int fd, std::int32_t flag, std::uint32_t p);
 void SwitchSetRxLimitMode(int fd, std::uint32_t p, std::uint32_t mode);
 void SwitchShowRateInfo(int fd);
 
-int rateconftx_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd);
-int rateconfrx_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd);
-int ratetx_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd);
-int raterx_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd);
 int raterxflow_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd);
 int ratemode_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd);
-int rateinfo_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd);
 
-inline constexpr std::array<CliCommand, 7> rate_limit_commands{{
-    {"rateconftx", 3, 58, rateconftx_cmd},
-    {"rateconfrx", 3, 59, rateconfrx_cmd},
-    {"ratetx", 3, 60, ratetx_cmd},
-    {"raterx", 3, 61, raterx_cmd},
-    {"raterxflow", 3, 62, raterxflow_cmd},
-    {"ratemode", 2, 63, ratemode_cmd},
-    {"rateinfo", 0, 64, rateinfo_cmd},
-}};
+// Q# cut to its low 8 bits, so that 256 means queue 0; omitted, all queues.
+std::uint8_t rate_queue_arg(std::uint16_t argc, char **argv);
+
+// rateconftx, rateconfrx, ratetx and raterx: <Port> <#Kbps or Flag> [<Q#>].
+template <void (*Operation)(int, std::uint32_t, std::int32_t, std::uint8_t)>
+int rate_handler(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
+    if (!cli_take_tokens(*argc, argv, 2, usage_index))
+        return 1;
+    Operation(fd, cli_port_index(argv[0]), cli_int(argv[1]), rate_queue_arg(*argc, argv));
+    return cli_handler_done(*argc, argv);
+}
+
+// SwitchSetTxRate and SwitchSetRxRate take the flag before the port.
+template <void (*Operation)(int, std::int32_t, std::uint32_t, std::uint8_t)>
+void flag_first(int fd, std::uint32_t p, std::int32_t flag, std::uint8_t q) {
+    Operation(fd, flag, p, q);
+}

@@ -1,8 +1,10 @@
 // The chip's 32-row static MAC table: display, add and delete.
 #include "chip/mac_tables.h"
 
+#include "chip/device_database.h"
 #include "chip/port_columns.h"
 #include "chip/table_access.h"
+#include "console/cli_handler.h"
 #include "console/hw_access.h"
 
 #include <cstdio>
@@ -28,6 +30,39 @@ constexpr std::uint8_t STATIC_PORT_MASK = 0x1F;
 
 constexpr std::uint8_t zero_mac[MAC_BYTES] = {};
 
+std::uint32_t HardwareReadStaticMac(int fd, unsigned row, std::uint8_t *mac, std::uint16_t *ports,
+                                    std::uint8_t *fid, std::uint32_t *override,
+                                    std::uint32_t *use_fid, std::uint32_t *valid) {
+    table_read_start(fd, TABLE_STATIC_MAC, row);
+    const std::uint8_t fid_byte = hw_read_byte(fd, REG_STATIC_FID);
+    const std::uint8_t flags = hw_read_byte(fd, REG_STATIC_FLAGS);
+    for (unsigned i = 0; i < MAC_BYTES; ++i)
+        mac[i] = hw_read_byte(fd, REG_STATIC_MAC_FIRST + i);
+    *fid = static_cast<std::uint8_t>(fid_byte >> 1);
+    *use_fid = fid_byte & 0x01U;
+    *override = (flags & STATIC_OVERRIDE) != 0 ? 1U : 0U;
+    *valid = (flags & STATIC_VALID) != 0 ? 1U : 0U;
+    *ports = static_cast<std::uint16_t>(flags & STATIC_PORT_MASK);
+    return *valid;
+}
+
+void HardwareWriteStaticMac(int fd, unsigned row, const std::uint8_t *mac, std::uint16_t ports,
+                            std::uint8_t fid, std::uint32_t override, std::uint32_t use_fid,
+                            std::uint32_t valid) {
+    unsigned flags = ports & STATIC_PORT_MASK;
+    if (valid != 0U)
+        flags |= STATIC_VALID;
+    if (override != 0U)
+        flags |= STATIC_OVERRIDE;
+    if (use_fid != 0U)
+        flags |= STATIC_WRITE_USE_FID;
+    hw_write_byte(fd, REG_STATIC_FID, fid & 0x7FU);
+    hw_write_byte(fd, REG_STATIC_FLAGS, flags);
+    for (unsigned i = 0; i < MAC_BYTES; ++i)
+        hw_write_byte(fd, REG_STATIC_MAC_FIRST + i, mac[i]);
+    table_write_commit(fd, TABLE_STATIC_MAC, row);
+}
+
 void read_row(int fd, unsigned row, StaticMacRow &out) {
     HardwareReadStaticMac(fd, row, out.mac, &out.ports, &out.fid, &out.override, &out.use_fid,
                           &out.valid);
@@ -38,7 +73,7 @@ void write_zero_row(int fd, unsigned row) {
 }
 
 const char *yes_no(std::uint32_t flag) {
-    return flag ? "Yes  " : "No   ";
+    return flag != 0U ? "Yes  " : "No   ";
 }
 
 } // namespace
@@ -56,39 +91,6 @@ void parse_mac_text(const char *text, std::uint8_t *mac) {
     }
 }
 
-std::uint32_t HardwareReadStaticMac(int fd, unsigned row, std::uint8_t *mac, std::uint16_t *ports,
-                                    std::uint8_t *fid, std::uint32_t *override,
-                                    std::uint32_t *use_fid, std::uint32_t *valid) {
-    table_read_start(fd, TABLE_STATIC_MAC, row);
-    const std::uint8_t fid_byte = hw_read_byte(fd, REG_STATIC_FID);
-    const std::uint8_t flags = hw_read_byte(fd, REG_STATIC_FLAGS);
-    for (unsigned i = 0; i < MAC_BYTES; ++i)
-        mac[i] = hw_read_byte(fd, REG_STATIC_MAC_FIRST + i);
-    *fid = static_cast<std::uint8_t>(fid_byte >> 1);
-    *use_fid = fid_byte & 0x01u;
-    *override = (flags & STATIC_OVERRIDE) ? 1u : 0u;
-    *valid = (flags & STATIC_VALID) ? 1u : 0u;
-    *ports = static_cast<std::uint16_t>(flags & STATIC_PORT_MASK);
-    return *valid;
-}
-
-void HardwareWriteStaticMac(int fd, unsigned row, const std::uint8_t *mac, std::uint16_t ports,
-                            std::uint8_t fid, std::uint32_t override, std::uint32_t use_fid,
-                            std::uint32_t valid) {
-    unsigned flags = ports & STATIC_PORT_MASK;
-    if (valid)
-        flags |= STATIC_VALID;
-    if (override)
-        flags |= STATIC_OVERRIDE;
-    if (use_fid)
-        flags |= STATIC_WRITE_USE_FID;
-    hw_write_byte(fd, REG_STATIC_FID, fid & 0x7Fu);
-    hw_write_byte(fd, REG_STATIC_FLAGS, flags);
-    for (unsigned i = 0; i < MAC_BYTES; ++i)
-        hw_write_byte(fd, REG_STATIC_MAC_FIRST + i, mac[i]);
-    table_write_commit(fd, TABLE_STATIC_MAC, row);
-}
-
 void SwitchReadStaticMacTable(int fd) {
     char header[4 * (1 + 1) + 1];
     format_port_header(header, 1);
@@ -99,7 +101,7 @@ void SwitchReadStaticMacTable(int fd) {
         char ports[9];
         format_port_map(static_cast<std::uint32_t>(entry.ports >> 1), ports);
         std::printf("%4d   ", static_cast<int>(row));
-        std::printf("%s ", entry.valid ? "   V    " : "        ");
+        std::printf("%s ", entry.valid != 0U ? "   V    " : "        ");
         std::printf("%02x:%02x:%02x:%02x:%02x:%02x", entry.mac[0], entry.mac[1], entry.mac[2],
                     entry.mac[3], entry.mac[4], entry.mac[5]);
         std::printf("  %4d  ", entry.fid);
@@ -152,12 +154,6 @@ void SwitchDelStaticMac(int fd, const std::uint8_t *mac, std::uint8_t fid, std::
         if (std::memcmp(rows[row].mac, mac, MAC_BYTES) == 0 &&
             (ignore_fid == 1 || rows[row].fid == fid))
             write_zero_row(fd, row);
-}
-
-int macstatic_cmd(std::uint16_t *argc, char **argv, std::uint16_t, int fd) {
-    cli_echo_tokens(*argc, argv, true);
-    SwitchReadStaticMacTable(fd);
-    return cli_handler_done(*argc, argv);
 }
 
 int macadd_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {

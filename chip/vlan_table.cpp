@@ -2,14 +2,48 @@
 // write reads the address, patches that row's 13 bits and writes all back.
 #include "chip/vlan_table.h"
 
+#include "chip/device_database.h"
 #include "chip/port_columns.h"
 #include "chip/table_access.h"
+#include "console/cli_handler.h"
 #include "console/hw_access.h"
 
 #include <cstdio>
 #include <cstring>
 
 namespace {
+
+constexpr unsigned VLAN_ROWS = 4096;
+
+// The chip packs four 13-bit rows into one 56-bit word at table address
+// VID / 4, held in the data registers 114 (bits 55-48) to 120 (bits 7-0). The
+// row at position p = VID & 3 takes word bits 13p to 13p + 12: FID in its bits
+// 6-0, port mask in 11-7, valid in 12. Word bits 55-52 belong to no row.
+constexpr unsigned VLAN_REG_HIGH = 114;
+constexpr unsigned VLAN_REG_LOW = 120;
+constexpr unsigned VLAN_ROW_BITS = 13;
+constexpr std::uint64_t VLAN_ROW_MASK = (1U << VLAN_ROW_BITS) - 1;
+
+// Bit position in the word of the byte held by a data register.
+constexpr unsigned vlan_register_shift(unsigned reg) {
+    return (VLAN_REG_LOW - reg) * 8;
+}
+
+constexpr std::uint16_t vlan_row_pack(std::uint8_t fid, std::uint16_t ports, bool valid) {
+    return static_cast<std::uint16_t>((fid & 0x7FU) | ((ports & 0x1FU) << 7) |
+                                      (valid ? 1U << 12 : 0U));
+}
+
+constexpr std::uint16_t vlan_word_row(std::uint64_t word, unsigned position) {
+    return static_cast<std::uint16_t>((word >> (VLAN_ROW_BITS * position)) & VLAN_ROW_MASK);
+}
+
+// The word with the row at position replaced; all other bits kept.
+constexpr std::uint64_t vlan_word_put_row(std::uint64_t word, unsigned position,
+                                          std::uint16_t row) {
+    const unsigned shift = VLAN_ROW_BITS * position;
+    return (word & ~(VLAN_ROW_MASK << shift)) | ((row & VLAN_ROW_MASK) << shift);
+}
 
 constexpr std::int32_t VLAN_SHOW_DEFAULT_COUNT = 16;
 constexpr std::int32_t VLAN_VID_MAX = 4095;
@@ -18,7 +52,7 @@ unsigned vlan_address(unsigned vid) {
     return vid >> 2;
 }
 unsigned vlan_position(unsigned vid) {
-    return vid & 3u;
+    return vid & 3U;
 }
 
 // The data registers holding the row at a position, from the low end up.
@@ -27,17 +61,6 @@ struct RowRegisters {
     unsigned count;
 };
 constexpr RowRegisters row_registers[4] = {{120, 2}, {119, 3}, {117, 2}, {116, 3}};
-
-void show_error_range() {
-    std::printf("error: invalid entry number or count to display VLAN table! \n");
-}
-
-void read_row(int fd, unsigned vid, VlanRow &row) {
-    HardwareReadVlan(fd, static_cast<std::uint16_t>(vid), &row.vid, &row.fid, &row.ports,
-                     &row.valid);
-}
-
-} // namespace
 
 std::uint32_t HardwareReadVlan(int fd, std::uint16_t vid, std::uint16_t *out_vid, std::uint8_t *fid,
                                std::uint16_t *ports, std::uint32_t *valid) {
@@ -53,9 +76,9 @@ std::uint32_t HardwareReadVlan(int fd, std::uint16_t vid, std::uint16_t *out_vid
     }
     const std::uint16_t row = vlan_word_row(word, position);
     *out_vid = vid;
-    *fid = static_cast<std::uint8_t>(row & 0x7Fu);
-    *ports = static_cast<std::uint16_t>((row >> 7) & 0x1Fu);
-    *valid = (row >> 12) & 1u;
+    *fid = static_cast<std::uint8_t>(row & 0x7FU);
+    *ports = static_cast<std::uint16_t>((row >> 7) & 0x1FU);
+    *valid = (row >> 12) & 1U;
     return *valid;
 }
 
@@ -73,6 +96,17 @@ void HardwareWriteVlan(int fd, std::uint16_t vid, std::uint8_t fid, std::uint16_
         hw_write_byte(fd, reg, static_cast<unsigned>((word >> vlan_register_shift(reg)) & 0xFF));
     table_write_commit(fd, TABLE_VLAN, address);
 }
+
+void show_error_range() {
+    std::printf("error: invalid entry number or count to display VLAN table! \n");
+}
+
+void read_row(int fd, unsigned vid, VlanRow &row) {
+    HardwareReadVlan(fd, static_cast<std::uint16_t>(vid), &row.vid, &row.fid, &row.ports,
+                     &row.valid);
+}
+
+} // namespace
 
 void SwitchShowVlanTable(int fd, std::int32_t first, std::int32_t count) {
     // Summed wide, so that no count can wrap the end of the range round.
@@ -100,7 +134,7 @@ void SwitchShowVlanTable(int fd, std::int32_t first, std::int32_t count) {
         char port_map[9];
         format_port_map(static_cast<std::uint32_t>(row.ports >> 1), port_map);
         std::printf("%4d   ", static_cast<int>(index));
-        std::printf("%s ", row.valid ? "    V   " : "        ");
+        std::printf("%s ", row.valid != 0U ? "    V   " : "        ");
         std::printf("%4d ", row.vid);
         std::printf("  %4d  ", row.fid);
         std::printf("     %s\n", port_map);
@@ -112,13 +146,13 @@ void SwitchCreateVlan(int fd, std::int32_t vid, std::uint8_t fid) {
         std::printf("error: incorrect vid (%d) to create in the VLAN table! \n", vid);
         return;
     }
-    if (fid & 0x80) {
+    if ((fid & 0x80) != 0) {
         std::printf("error: incorrect fid (%d) to create in the VLAN table! \n", fid);
         return;
     }
     VlanRow row{};
     read_row(fd, static_cast<unsigned>(vid), row);
-    if (row.valid) {
+    if (row.valid != 0U) {
         std::printf("this VLAN entry (%d) is already exist! \n", vid);
         return;
     }
@@ -169,7 +203,7 @@ void SwitchUpdateVlanPort(int fd, std::uint32_t vid, std::uint8_t fid, std::uint
     HardwareWriteVlan(fd, static_cast<std::uint16_t>(vid), fid, row->ports, 1);
 }
 
-int vlan_cmd(std::uint16_t *argc, char **argv, std::uint16_t, int fd) {
+int vlan_cmd(std::uint16_t *argc, char **argv, std::uint16_t /*usage_index*/, int fd) {
     cli_echo_tokens(*argc, argv, true);
     std::int32_t first = 0;
     std::int32_t count = VLAN_SHOW_DEFAULT_COUNT;
@@ -210,10 +244,8 @@ int vlandel_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int
     return cli_handler_done(*argc, argv);
 }
 
-namespace {
-
-int update_port_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd,
-                    std::uint32_t add) {
+template <std::uint32_t Add>
+int vlan_port_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
     if (!cli_take_tokens(*argc, argv, 2, usage_index))
         return 1;
     const auto vid = static_cast<std::uint32_t>(cli_number(argv[0], 10));
@@ -221,16 +253,9 @@ int update_port_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index,
     std::uint8_t fid = 0;
     if (*argc >= 3)
         fid = static_cast<std::uint8_t>(cli_number(argv[2], 10));
-    SwitchUpdateVlanPort(fd, vid, fid, port_index, add);
+    SwitchUpdateVlanPort(fd, vid, fid, port_index, Add);
     return cli_handler_done(*argc, argv);
 }
 
-} // namespace
-
-int vlanaddport_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return update_port_cmd(argc, argv, usage_index, fd, 1);
-}
-
-int vlandelport_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    return update_port_cmd(argc, argv, usage_index, fd, 0);
-}
+template int vlan_port_cmd<1>(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd);
+template int vlan_port_cmd<0>(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd);

@@ -20,6 +20,7 @@ endfunction()
 switch_full_dir(SBINDIR "${SWITCH_SBINDIR}")
 switch_full_dir(SYSCONFDIR "${SWITCH_SYSCONFDIR}")
 switch_full_dir(UNITDIR "${SWITCH_SYSTEMD_UNIT_DIR}")
+switch_full_dir(TMPFILESDIR "${SWITCH_TMPFILES_DIR}")
 
 # The daemon role is the same file under another name.
 set(link "$ENV{DESTDIR}${SBINDIR}/switch_daemon")
@@ -29,6 +30,7 @@ list(APPEND CMAKE_INSTALL_MANIFEST_FILES "${SBINDIR}/switch_daemon")
 
 # Substituted into the templates below.
 set(DEFAULTS_FILE "${SYSCONFDIR}/default/switch_daemon")
+set(TMPFILES_CONF "${TMPFILESDIR}/switch_daemon.conf")
 # One directory per destination, so that installs to several places from one
 # build tree do not share the generated files.
 string(MD5 destination_key "$ENV{DESTDIR}|${CMAKE_INSTALL_PREFIX}")
@@ -52,5 +54,8 @@ if(SWITCH_INSTALL_SYSTEMD_UNIT)
                  "${generated}/switch_daemon.service" @ONLY)
   file(INSTALL "${generated}/switch_daemon.service"
        DESTINATION "${UNITDIR}"
+       PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+  file(INSTALL "${SWITCH_SOURCE_DIR}/packaging/tmpfiles.d/switch_daemon.conf"
+       DESTINATION "${TMPFILESDIR}"
        PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
 endif()

@@ -1,10 +1,12 @@
 // The console commands that are no chip operations: help, exit, and the
-// register commands rrb and rwb with their word and dword cousins, which this
-// chip does not support.
+// byte register commands rrb and rwb.
 #include "console/builtin_commands.h"
 
 #include "chip/device_database.h"
+#include "console/cli_handler.h"
+#include "console/cli_parser.h"
 #include "console/hw_access.h"
+#include "console/usage_table.h"
 
 #include <cstdio>
 
@@ -12,15 +14,10 @@ namespace {
 
 constexpr int REGISTER_BASE = 16;
 
-// The word and dword commands answer with their message and the usage line.
-int not_supported(const char *handler) {
-    std::printf("%s not supported\n", handler);
-    return 0;
-}
-
 } // namespace
 
-int help_cmd(std::uint16_t *, char **, std::uint16_t, int) {
+int help_cmd(std::uint16_t * /*argc*/, char ** /*argv*/, std::uint16_t /*usage_index*/,
+             int /*fd*/) {
     for (const char *row : cli_usage_table) {
         if (row[0] == '\0')
             break;
@@ -30,7 +27,8 @@ int help_cmd(std::uint16_t *, char **, std::uint16_t, int) {
     return 1;
 }
 
-int exit_cmd(std::uint16_t *, char **, std::uint16_t, int) {
+int exit_cmd(std::uint16_t * /*argc*/, char ** /*argv*/, std::uint16_t /*usage_index*/,
+             int /*fd*/) {
     free_database();
     return 1;
 }
@@ -58,20 +56,4 @@ int hwwriteb_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, in
     const unsigned long value = cli_number(argv[1], REGISTER_BASE);
     hw_write_byte(fd, static_cast<unsigned int>(reg), static_cast<unsigned int>(value & 0xFF));
     return cli_handler_done(*argc, argv);
-}
-
-int hwreadw_cmd(std::uint16_t *, char **, std::uint16_t, int) {
-    return not_supported("hwreadw_cmd");
-}
-
-int hwreadl_cmd(std::uint16_t *, char **, std::uint16_t, int) {
-    return not_supported("hwreadl_cmd");
-}
-
-int hwwritew_cmd(std::uint16_t *, char **, std::uint16_t, int) {
-    return not_supported("hwwritew_cmd");
-}
-
-int hwwritel_cmd(std::uint16_t *, char **, std::uint16_t, int) {
-    return not_supported("hwwritel_cmd");
 }

@@ -1,5 +1,7 @@
 // The handler convention shared by the console commands.
-#include "console/cli.h"
+#include "console/cli_handler.h"
+
+#include "console/cli_parser.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -34,9 +36,13 @@ bool cli_take_tokens(std::uint16_t argc, char **argv, std::uint16_t needed,
 }
 
 std::uint32_t cli_port_index(const char *token) {
-    return static_cast<std::uint32_t>(cli_number(token, 10)) - 1u;
+    return static_cast<std::uint32_t>(cli_number(token, 10)) - 1U;
 }
 
 std::int32_t cli_int(const char *token) {
     return static_cast<std::int32_t>(cli_number(token, 10));
+}
+
+std::int32_t cli_int_or(std::uint16_t argc, char **argv, std::uint16_t at, std::int32_t fallback) {
+    return argc > at ? cli_int(argv[at]) : fallback;
 }

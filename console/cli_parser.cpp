@@ -1,7 +1,10 @@
 // The console's command parser: the command word, the search of the command
 // table, the tokens cut in place from the rest of the line, and the usage
 // lines.
-#include "console/cli.h"
+#include "console/cli_parser.h"
+
+#include "console/command_table.h"
+#include "console/usage_table.h"
 
 #include <cstdio>
 #include <string_view>

@@ -3,7 +3,7 @@
 // word, so that the descriptor's 8 bits apply.
 #include "console/hw_access.h"
 
-#include "core/spi_access.h"
+#include "core/spi_frame.h"
 
 #include <cstdio>
 
@@ -11,7 +11,7 @@ std::uint8_t hw_read_byte(int fd, unsigned int reg) {
     const std::uint8_t tx[SPI_FRAME_LEN] = {SPI_CMD_READ, static_cast<std::uint8_t>(reg),
                                             SPI_DUMMY};
     std::uint8_t rx[SPI_FRAME_LEN] = {};
-    if (spi_transfer(fd, tx, rx, 8) <= 0) {
+    if (spi_transfer(fd, tx, rx, SPI_BITS_PER_WORD) <= 0) {
         std::perror("can't send spi message");
         return 0xFF;
     }

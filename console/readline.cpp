@@ -56,8 +56,7 @@ int read_key() {
     }
 }
 
-} // namespace
-
+// Removes the last character from line and screen; returns the new position.
 char *delete_char(char *buffer, char *position, int *column, int *count, int prompt_length) {
     char *removed = position - 1;
     if (*removed != KEY_TAB) {
@@ -80,6 +79,73 @@ char *delete_char(char *buffer, char *position, int *column, int *count, int pro
     return removed;
 }
 
+// The state of one readline call.
+struct LineEditor {
+    char *buffer;
+    const char *saved; // the whole buffer as it was at the call
+    int prompt_length;
+    char *position; // where the next character goes
+    int count;      // characters stored, 0 to MAX_LINE_CHARS
+    int column;     // the screen column, starting at the prompt's length
+};
+
+void delete_last(LineEditor &e) {
+    e.position = delete_char(e.buffer, e.position, &e.column, &e.count, e.prompt_length);
+}
+
+// Ctrl-U: the whole line goes, from the screen too.
+void erase_line(LineEditor &e) {
+    erase_to_prompt(&e.column, e.prompt_length);
+    e.count = 0;
+    e.position = e.buffer;
+}
+
+// Ctrl-W: at least one character goes; the first blank met going back goes
+// too and ends the word. delete_char leaves the removed character at the new
+// position.
+void erase_word(LineEditor &e) {
+    std::printf("%s: case 0x17\n", "readline");
+    while (e.count > 0) {
+        delete_last(e);
+        if (*e.position == ' ')
+            break;
+    }
+}
+
+// An ordinary character, a tab among them; past the limit only the bell.
+void add_char(LineEditor &e, char c) {
+    if (e.count >= MAX_LINE_CHARS) {
+        std::putchar(BELL);
+        return;
+    }
+    if (c == KEY_TAB) {
+        e.column = write_tab(e.column);
+    } else {
+        std::putchar(static_cast<unsigned char>(c));
+        ++e.column;
+    }
+    *e.position++ = c;
+    ++e.count;
+}
+
+// CR or LF: the line's length; an empty line brings back the buffer as it
+// was at the call.
+int end_line(LineEditor &e) {
+    *e.position = '\0';
+    if (e.position == e.buffer) {
+        std::memcpy(e.buffer, e.saved, LINE_BUFFER_SIZE);
+        const std::size_t length = strnlen(e.buffer, LINE_BUFFER_SIZE - 1);
+        e.buffer[length] = '\0';
+        std::fwrite(e.buffer, 1, length, stdout);
+        e.position = e.buffer + length;
+    }
+    std::fputs(LINE_END, stdout);
+    std::fflush(stdout);
+    return static_cast<int>(e.position - e.buffer);
+}
+
+} // namespace
+
 int readline(char *buffer, const char *prompt) {
     char saved[LINE_BUFFER_SIZE];
     std::memcpy(saved, buffer, sizeof saved);
@@ -91,76 +157,35 @@ int readline(char *buffer, const char *prompt) {
     }
     std::fflush(stdout);
 
-    char *position = buffer;
-    int count = 0;
-    int column = prompt_length;
-
+    LineEditor editor{buffer, saved, prompt_length, buffer, 0, prompt_length};
     for (;;) {
         const int key = read_key();
-        if (key < 0) {
-            // End of input (or a read error): no further key can come, so the
-            // console ends as on Ctrl-C rather than waiting or ringing the
-            // bell for ever on a line that cannot be finished.
+        // End of input (or a read error): no further key can come, so the
+        // console ends as on Ctrl-C rather than waiting or ringing the bell
+        // for ever on a line that cannot be finished.
+        if (key < 0 || key == KEY_CTRL_C) {
             buffer[0] = '\0';
             return -1;
         }
-        const char c = static_cast<char>(key);
-
-        switch (c) {
+        switch (static_cast<char>(key)) {
         case KEY_NUL:
             break;
-        case KEY_CTRL_C:
-            buffer[0] = '\0';
-            return -1;
         case KEY_BACKSPACE:
         case KEY_DELETE:
-            if (count > 0)
-                position = delete_char(buffer, position, &column, &count, prompt_length);
+            if (editor.count > 0)
+                delete_last(editor);
             break;
         case KEY_LF:
-        case KEY_CR: {
-            *position = '\0';
-            if (position == buffer) {
-                // An empty line brings back the buffer as it was at the call.
-                std::memcpy(buffer, saved, sizeof saved);
-                const std::size_t length = strnlen(buffer, LINE_BUFFER_SIZE - 1);
-                buffer[length] = '\0';
-                std::fwrite(buffer, 1, length, stdout);
-                position = buffer + length;
-            }
-            std::fputs(LINE_END, stdout);
-            std::fflush(stdout);
-            return static_cast<int>(position - buffer);
-        }
+        case KEY_CR:
+            return end_line(editor);
         case KEY_CTRL_U:
-            erase_to_prompt(&column, prompt_length);
-            count = 0;
-            position = buffer;
+            erase_line(editor);
             break;
         case KEY_CTRL_W:
-            std::printf("%s: case 0x17\n", "readline");
-            // At least one character goes; the first blank met going back
-            // goes too and ends the word. delete_char leaves the removed
-            // character at the new position.
-            while (count > 0) {
-                position = delete_char(buffer, position, &column, &count, prompt_length);
-                if (*position == ' ')
-                    break;
-            }
+            erase_word(editor);
             break;
         default:
-            if (count >= MAX_LINE_CHARS) {
-                std::putchar(BELL);
-                break;
-            }
-            if (c == KEY_TAB) {
-                column = write_tab(column);
-            } else {
-                std::putchar(key);
-                ++column;
-            }
-            *position++ = c;
-            ++count;
+            add_char(editor, static_cast<char>(key));
             break;
         }
         std::fflush(stdout);

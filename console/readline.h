@@ -6,6 +6,3 @@ inline constexpr int LINE_BUFFER_SIZE = 256;
 // Characters in the line, 0 for an empty line with nothing to recall, or -1 on
 // Ctrl-C (or at the end of the input).
 int readline(char *buffer, const char *prompt);
-
-// Removes the last character from line and screen; returns the new position.
-char *delete_char(char *buffer, char *position, int *column, int *count, int prompt_length);

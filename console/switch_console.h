@@ -3,8 +3,3 @@
 
 // Runs one command (cmd not null) or the interactive prompt; always 0.
 int switch_console(const char *cmd);
-
-int console_spi_open(const char *path);
-int console_spi_speed(int fd);
-int selftest_device_spi(int fd);
-int check_device_id(int fd);

@@ -4,8 +4,13 @@
 
 #include "console/switch_console.h"
 #include "core/management_mode.h"
-#include "core/register_utils.h"
+#include "core/options.h"
+#include "core/register_dump.h"
+#include "core/register_file.h"
+#include "core/register_read_write.h"
+#include "core/switch_status.h"
 #include "core/tool_state.h"
+#include "core/traffic_gate.h"
 #include "core/usage.h"
 
 #include <array>

@@ -1,4 +1,4 @@
-// Board identification, the per-board constants and the link state.
+// Board identification by the machine name, and the per-board constants.
 #pragma once
 
 #include <cstdint>
@@ -18,18 +18,5 @@ struct BoardProfile {
 inline constexpr BoardProfile NOR_PROFILE{0x88, 30, 46};
 inline constexpr BoardProfile NAND_PROFILE{0x95, 46, 62};
 
-// Bit 0 is port1_link, bit 1 port2_link.
-using LinkState = std::uint8_t;
-
 // A board kind, or -1 when /proc/cpuinfo cannot be opened.
 std::int32_t detect_board();
-
-// Bit 5 of the first register is bit 0, bit 5 of the second is bit 1.
-LinkState link_state_of(std::uint8_t first, std::uint8_t second);
-LinkState read_link_state(std::uint8_t link_reg_1, std::uint8_t link_reg_2);
-const char *link_state_text(LinkState state);
-
-// The pid of another process whose first argument holds the needle, or 0.
-std::int32_t find_process(const char *needle);
-
-void show_switch_status(std::uint8_t chip_id, std::uint8_t link_reg_1, std::uint8_t link_reg_2);

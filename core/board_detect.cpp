@@ -2,6 +2,8 @@
 // /proc/cpuinfo.
 #include "core/board.h"
 
+#include "core/unique_file.h"
+
 #include <cstdio>
 #include <cstring>
 
@@ -19,13 +21,13 @@ std::int32_t board_from_name(const char *name) {
 } // namespace
 
 std::int32_t detect_board() {
-    std::FILE *file = std::fopen("/proc/cpuinfo", "r");
-    if (file == nullptr)
+    const UniqueFile file = open_file("/proc/cpuinfo", "r");
+    if (!file)
         return -1;
 
     char line[256];
     char name[256] = "";
-    while (std::fgets(line, sizeof line, file) != nullptr) {
+    while (std::fgets(line, sizeof line, file.get()) != nullptr) {
         if (std::strncmp(line, "Hardware", 8) != 0)
             continue;
         // The name stands two characters after the colon: the colon and the
@@ -38,6 +40,5 @@ std::int32_t detect_board() {
             std::snprintf(name, sizeof name, "%s", colon + 2);
         break; // the first "Hardware" line ends the search, whatever it names
     }
-    std::fclose(file);
     return board_from_name(name);
 }

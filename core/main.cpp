@@ -3,9 +3,11 @@
 #include "core/action_table.h"
 #include "core/board.h"
 #include "core/options.h"
+#include "core/pid_file.h"
+#include "core/process_lookup.h"
 #include "core/spi_access.h"
 #include "core/tool_state.h"
-#include "daemon/daemon.h"
+#include "daemon/monitor_loop.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -38,15 +40,6 @@ void open_standard_descriptors() {
     }
 }
 
-bool write_pid_file() {
-    std::FILE *file = std::fopen(TOOL_PID_FILE, "w");
-    if (file == nullptr)
-        return false;
-    std::fprintf(file, "%d\n", getpid());
-    std::fclose(file);
-    return true;
-}
-
 int tool_main(int argc, const char *program, const BoardProfile &profile, int speed_status) {
     // The only exclusion is this scan; the pid file plays no part in it.
     const std::int32_t other = find_process(program);
@@ -54,12 +47,11 @@ int tool_main(int argc, const char *program, const BoardProfile &profile, int sp
         std::printf("%s is already running with PID %d\n", program, other);
         return -1;
     }
-    if (!write_pid_file())
+    if (!write_pid_file(TOOL_PID_FILE))
         return -1;
 
+    const SpiFdOwner spi; // closed after the action; the usage text exits before
     run_action(ActionContext{argc, program, profile});
-
-    close(tool_state.spi_fd);
     // The exit status is the SPI speed set-up's result, not the action's.
     return speed_status;
 }

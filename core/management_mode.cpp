@@ -18,6 +18,10 @@ constexpr const char *GPIO191_DIRECTION = "/sys/class/gpio/gpio191/direction";
 constexpr const char *GPIO191_VALUE = "/sys/class/gpio/gpio191/value";
 constexpr const char *GPIO56_VALUE = "/sys/class/gpio/gpio56/value";
 
+// Register 1, bit 0 starts the switch once the chip is in managed mode.
+constexpr std::uint8_t REG_START_SWITCH = 0x01;
+constexpr std::uint8_t START_SWITCH = 0x01;
+
 constexpr useconds_t PULSE_LOW_US = 20000;
 constexpr useconds_t SETTLE_US = 200000;
 
@@ -80,5 +84,5 @@ void set_management_mode(std::int32_t mode) {
     if (mode != 1)
         return; // unmanaged mode ends with the pulse
     usleep(SETTLE_US);
-    reg_write(1, 1);
+    reg_write(REG_START_SWITCH, START_SWITCH);
 }

@@ -37,7 +37,19 @@ constexpr std::array<OptionRow, 14> option_table{{
     {'h', "help", no_argument, ACT_HELP, Field::none},
 }};
 
-constexpr char SHORT_OPTIONS[] = "D:mur:w:v:dMc:Cy1:2:h";
+// The short-option string of the table: each letter, with a colon after the
+// letters that take an argument ("D:mur:w:v:dMc:Cy1:2:h").
+constexpr auto make_short_options() {
+    std::array<char, 2 * option_table.size() + 1> text{};
+    std::size_t at = 0;
+    for (const OptionRow &row : option_table) {
+        text[at++] = row.letter;
+        if (row.has_arg == required_argument)
+            text[at++] = ':';
+    }
+    return text;
+}
+constexpr auto short_options = make_short_options();
 
 constexpr std::size_t long_option_count() {
     std::size_t count = 0;
@@ -60,13 +72,19 @@ constexpr auto make_long_options() {
 constexpr auto long_options = make_long_options();
 static_assert(long_options.size() == 14, "13 long rows and the end row");
 
+std::uint8_t option_byte(const char *text) {
+    // Base 0: decimal, octal with a leading 0, hexadecimal with 0x. Trailing
+    // text is ignored and no number reads as 0; only the low 8 bits stay.
+    return static_cast<std::uint8_t>(std::strtol(text, nullptr, 0));
+}
+
 void apply(const OptionRow &row, char *argument) {
     tool_state.action_flags |= row.flag;
     switch (row.field) {
     case Field::none:
         break;
     case Field::device:
-        spi_device = argument;
+        tool_state.spi_device = argument;
         break;
     case Field::read_addr:
         tool_state.read_addr = option_byte(argument);
@@ -78,23 +96,20 @@ void apply(const OptionRow &row, char *argument) {
         tool_state.value = option_byte(argument);
         break;
     case Field::config:
-        config_path = argument;
+        tool_state.config_path = argument;
         break;
     }
 }
 } // namespace
 
-std::uint8_t option_byte(const char *text) {
-    // Base 0: decimal, octal with a leading 0, hexadecimal with 0x. Trailing
-    // text is ignored and no number reads as 0; only the low 8 bits stay.
-    return static_cast<std::uint8_t>(std::strtol(text, nullptr, 0));
-}
-
 void parse_options(int argc, char **argv) {
-    int letter;
     // An unknown option or a missing argument shows only the parser's own
     // message; parsing goes on.
-    while ((letter = getopt_long(argc, argv, SHORT_OPTIONS, long_options.data(), nullptr)) != -1) {
+    for (;;) {
+        const int letter =
+            getopt_long(argc, argv, short_options.data(), long_options.data(), nullptr);
+        if (letter == -1)
+            return;
         for (const OptionRow &row : option_table) {
             if (row.letter == letter) {
                 apply(row, optarg);

@@ -1,5 +1,7 @@
 // Finds another process by its first argument, scanning /proc/*/cmdline.
-#include "core/board.h"
+#include "core/process_lookup.h"
+
+#include "core/unique_file.h"
 
 #include <cstdio>
 #include <cstring>
@@ -7,6 +9,29 @@
 #include <unistd.h>
 
 namespace {
+
+// The paths that match a pattern, sorted by their text; freed with the owner.
+class GlobList {
+  public:
+    explicit GlobList(const char *pattern) {
+        std::memset(&list_, 0, sizeof list_);
+        list_.gl_offs = 0;
+        // The result is not examined: when nothing matched, the list is empty.
+        glob(pattern, GLOB_DOOFFS, nullptr, &list_);
+    }
+    GlobList(const GlobList &) = delete;
+    GlobList &operator=(const GlobList &) = delete;
+    GlobList(GlobList &&) = delete;
+    GlobList &operator=(GlobList &&) = delete;
+    ~GlobList() { globfree(&list_); }
+
+    [[nodiscard]] std::size_t size() const { return list_.gl_pathc; }
+    [[nodiscard]] const char *operator[](std::size_t i) const { return list_.gl_pathv[i]; }
+
+  private:
+    glob_t list_;
+};
+
 // The pid of /proc/<pid>/cmdline: the path's second component scanned with %d.
 // A name that is no number (self, thread-self) stores nothing.
 void scan_pid(const char *path, std::int32_t &found) {
@@ -26,28 +51,23 @@ bool file_holds(std::FILE *file, const char *needle) {
     }
     return hit;
 }
+
 } // namespace
 
 std::int32_t find_process(const char *needle) {
     const std::int32_t self = getpid();
     std::int32_t found = 0;
 
-    glob_t list;
-    std::memset(&list, 0, sizeof list);
-    list.gl_offs = 0;
-    glob("/proc/*/cmdline", GLOB_DOOFFS, nullptr, &list);
-
-    for (std::size_t i = 0; i < list.gl_pathc && found == 0; ++i) {
-        std::FILE *file = std::fopen(list.gl_pathv[i], "r");
-        if (file == nullptr)
+    const GlobList paths("/proc/*/cmdline");
+    for (std::size_t i = 0; i < paths.size() && found == 0; ++i) {
+        const UniqueFile file = open_file(paths[i], "r");
+        if (!file)
             continue; // the process has ended since the list was made
-        if (file_holds(file, needle)) {
-            scan_pid(list.gl_pathv[i], found);
+        if (file_holds(file.get(), needle)) {
+            scan_pid(paths[i], found);
             if (found == self)
                 found = 0;
         }
-        std::fclose(file);
     }
-    globfree(&list);
     return found;
 }

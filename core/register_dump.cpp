@@ -1,5 +1,6 @@
 // The dump of all 256 registers, in the register file's own format.
-#include "core/register_utils.h"
+#include "core/register_dump.h"
+
 #include "core/spi_access.h"
 
 #include <cstdio>

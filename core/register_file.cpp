@@ -1,8 +1,10 @@
 // Loading a register file (-c): lines of a base and sixteen values in hex, as
 // the dump prints them; any line holding '#' is a comment.
-#include "core/register_utils.h"
+#include "core/register_file.h"
+
 #include "core/spi_access.h"
 #include "core/tool_state.h"
+#include "core/unique_file.h"
 
 #include <cstdio>
 #include <cstring>
@@ -16,15 +18,15 @@ bool parse_register_line(const char *line, unsigned int &base, unsigned int (&v)
 }
 
 void load_config_file() {
-    std::FILE *file = std::fopen(config_path, "r");
-    if (file == nullptr) {
-        std::printf("Error while opening %s\n", config_path);
+    const UniqueFile file = open_file(tool_state.config_path, "r");
+    if (!file) {
+        std::printf("Error while opening %s\n", tool_state.config_path);
         return;
     }
 
     int count = 0;
     char line[256];
-    while (std::fgets(line, sizeof line, file) != nullptr) {
+    while (std::fgets(line, sizeof line, file.get()) != nullptr) {
         if (std::strchr(line, '#') != nullptr)
             continue;
         unsigned int base = 0;
@@ -41,5 +43,4 @@ void load_config_file() {
         count += 16;
     }
     std::printf("%d registers written\n", count);
-    std::fclose(file);
 }

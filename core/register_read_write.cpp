@@ -1,5 +1,6 @@
 // The tool's single-register read (-r) and write (-w with -v).
-#include "core/register_utils.h"
+#include "core/register_read_write.h"
+
 #include "core/spi_access.h"
 #include "core/tool_state.h"
 

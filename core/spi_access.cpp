@@ -2,31 +2,23 @@
 // primitives on tool_state.spi_fd. Each access is one three-byte transfer.
 #include "core/spi_access.h"
 
+#include "core/spi_frame.h"
 #include "core/tool_state.h"
 
 #include <cstdio>
-#include <cstring>
 #include <fcntl.h>
 #include <linux/spi/spidev.h>
 #include <sys/ioctl.h>
+#include <unistd.h>
 
-std::uint8_t spi_bits = 8;
-std::uint32_t spi_speed = 4000000;
-
-int spi_transfer(int fd, const std::uint8_t *tx, std::uint8_t *rx, std::uint8_t bits_per_word) {
-    spi_ioc_transfer transfer;
-    std::memset(&transfer, 0, sizeof transfer);
-    transfer.tx_buf = reinterpret_cast<std::uintptr_t>(tx);
-    transfer.rx_buf = reinterpret_cast<std::uintptr_t>(rx);
-    transfer.len = SPI_FRAME_LEN;
-    transfer.bits_per_word = bits_per_word;
-    return ioctl(fd, SPI_IOC_MESSAGE(1), &transfer);
-}
+namespace {
+constexpr std::uint32_t SPI_MAX_SPEED_HZ = 4000000;
+} // namespace
 
 int spi_setup() {
     // No step's failure keeps the next one from running: with no device each
     // ioctl reports its own failure.
-    tool_state.spi_fd = open(spi_device, O_RDWR);
+    tool_state.spi_fd = open(tool_state.spi_device, O_RDWR);
     if (tool_state.spi_fd < 0)
         std::perror("can't open device");
 
@@ -34,11 +26,13 @@ int spi_setup() {
     if (ret == -1)
         std::perror("can't set spi mode");
 
-    ret = ioctl(tool_state.spi_fd, SPI_IOC_WR_BITS_PER_WORD, &spi_bits);
+    std::uint8_t bits = SPI_BITS_PER_WORD;
+    ret = ioctl(tool_state.spi_fd, SPI_IOC_WR_BITS_PER_WORD, &bits);
     if (ret == -1)
         std::perror("can't set bits per word");
 
-    ret = ioctl(tool_state.spi_fd, SPI_IOC_WR_MAX_SPEED_HZ, &spi_speed);
+    std::uint32_t speed = SPI_MAX_SPEED_HZ;
+    ret = ioctl(tool_state.spi_fd, SPI_IOC_WR_MAX_SPEED_HZ, &speed);
     if (ret == -1)
         std::perror("can't set max speed hz");
     return ret;
@@ -47,7 +41,7 @@ int spi_setup() {
 std::uint8_t reg_read(std::uint8_t reg) {
     const std::uint8_t tx[SPI_FRAME_LEN] = {SPI_CMD_READ, reg, SPI_DUMMY};
     std::uint8_t rx[SPI_FRAME_LEN] = {};
-    if (spi_transfer(tool_state.spi_fd, tx, rx, spi_bits) > 0)
+    if (spi_transfer(tool_state.spi_fd, tx, rx, SPI_BITS_PER_WORD) > 0)
         return rx[2];
     std::perror("can't send spi message");
     return 255;
@@ -56,11 +50,18 @@ std::uint8_t reg_read(std::uint8_t reg) {
 void reg_write(std::uint8_t reg, std::uint8_t value) {
     const std::uint8_t tx[SPI_FRAME_LEN] = {SPI_CMD_WRITE, reg, value};
     std::uint8_t rx[SPI_FRAME_LEN] = {};
-    if (spi_transfer(tool_state.spi_fd, tx, rx, spi_bits) <= 0)
+    if (spi_transfer(tool_state.spi_fd, tx, rx, SPI_BITS_PER_WORD) <= 0)
         std::perror("can't send spi message");
 }
 
 void reg_clear_bits(std::uint8_t reg, std::uint8_t mask) {
     // A failed read gives 255, so the write then puts 0xFF less the mask.
     reg_write(reg, static_cast<std::uint8_t>(reg_read(reg) & ~mask));
+}
+
+SpiFdOwner::~SpiFdOwner() {
+    if (tool_state.spi_fd >= 0) {
+        close(tool_state.spi_fd);
+        tool_state.spi_fd = -1;
+    }
 }

@@ -1,5 +1,9 @@
 // The tool's one-line switch status.
+#include "core/switch_status.h"
+
 #include "core/board.h"
+#include "core/link_state.h"
+#include "core/process_lookup.h"
 #include "core/spi_access.h"
 #include "core/tool_state.h"
 

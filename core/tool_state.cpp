@@ -1,6 +1,4 @@
 #include "core/tool_state.h"
 
-ToolState tool_state{};
-
-const char *spi_device = "/dev/spidev0.0";
-const char *config_path = nullptr;
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): the process-wide record
+ToolState tool_state;

@@ -1,38 +1,22 @@
-// The process-wide record of both roles and the action flags of the options.
+// The process-wide record of both roles.
 #pragma once
 
 #include <cstdint>
 
-// One bit per action option; the tool dispatches on the exact OR of these.
-enum : std::uint32_t {
-    ACT_MANAGED = 1,
-    ACT_READ = 2,
-    ACT_WRITE = 4,
-    ACT_VALUE = 8,
-    ACT_CONFIG = 16,
-    ACT_DUMP = 32,
-    ACT_DUMP_MIB = 64,
-    ACT_UNMANAGED = 128,
-    ACT_HELP = 256,
-    ACT_CONSOLE = 512,
-    ACT_MAC_DYN = 1024,
-    ACT_BCMC_1 = 2048,
-    ACT_BCMC_2 = 4096,
-};
-
 struct ToolState {
-    std::int32_t spi_fd;        // negative when the open failed
-    std::int32_t board_kind;    // what detect_board returned
-    std::uint32_t action_flags; // OR of the action flags seen
-    std::uint8_t read_addr;     // register given to -r
-    std::uint8_t write_addr;    // register given to -w
-    std::uint8_t value;         // shared by -v, -1 and -2: the last one wins
-    std::uint8_t spi_mode;      // the tool path always runs in mode 0
+    std::int32_t spi_fd = 0;        // negative when the open failed
+    std::int32_t board_kind = 0;    // what detect_board returned
+    std::uint32_t action_flags = 0; // OR of the action flags seen
+    std::uint8_t read_addr = 0;     // register given to -r
+    std::uint8_t write_addr = 0;    // register given to -w
+    std::uint8_t value = 0;         // shared by -v, -1 and -2: the last one wins
+    std::uint8_t spi_mode = 0;      // the tool path always runs in mode 0
+    // The two settings of the command line, pointers into argv stored by the
+    // option parser without a copy: the device (-D) and the register file (-c).
+    const char *spi_device = "/dev/spidev0.0";
+    const char *config_path = nullptr;
 };
 
-// All zero at process start.
+// All zero at process start, but for the default device.
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): the process-wide record
 extern ToolState tool_state;
-
-// Pointers into argv, stored by the option parser without a copy.
-extern const char *spi_device;
-extern const char *config_path;

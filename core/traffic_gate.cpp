@@ -1,5 +1,6 @@
 // The two traffic gates for broadcast and multicast (-1, -2).
-#include "core/register_utils.h"
+#include "core/traffic_gate.h"
+
 #include "core/spi_access.h"
 
 namespace {

@@ -30,7 +30,7 @@ constexpr std::array<const char *, 14> usage_lines{
 
 void print_usage(const char *program) {
     std::printf("Usage: %s [-DmurwvcdMCy12h]\n", program);
-    std::printf("  -D | --device         spi device to use, default %s\n", spi_device);
+    std::printf("  -D | --device         spi device to use, default %s\n", tool_state.spi_device);
     for (const char *line : usage_lines)
         std::puts(line);
     std::exit(1);

@@ -2,6 +2,8 @@
 // by a signal to the pid in its pid file.
 #include "daemon/address_refresh.h"
 
+#include "core/unique_file.h"
+
 #include <array>
 #include <climits>
 #include <csignal>
@@ -47,16 +49,13 @@ void notify(const AddressService &service) {
 } // namespace
 
 long read_pid_file(const char *path) {
-    std::FILE *file = std::fopen(path, "r");
-    if (file == nullptr)
+    const UniqueFile file = open_file(path, "r");
+    if (!file)
         return -1;
     char text[PID_TEXT_LEN];
-    if (std::fgets(text, sizeof text, file) == nullptr) {
-        std::fclose(file);
-        return 0;
-    }
+    if (std::fgets(text, sizeof text, file.get()) == nullptr)
+        return 0; // an empty file
     const long pid = std::strtol(text, nullptr, 10);
-    std::fclose(file);
     return pid > 0 ? pid : -1;
 }
 

@@ -3,9 +3,14 @@
 // notification datagram into the flag remote_link_change.
 #include "daemon/mcast.h"
 
+#include "core/unique_fd.h"
+
+#include <algorithm>
 #include <cstring>
+#include <memory>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <pthread.h>
 #include <sched.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -13,9 +18,13 @@
 #include <syslog.h>
 #include <unistd.h>
 
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): the byte between the threads
 std::atomic<std::uint8_t> remote_link_change{0};
 
 namespace {
+
+constexpr const char *MCAST_GROUP = "FF01::1";
+constexpr const char *MCAST_SERVICE = "4873";
 
 // The notification: the name with its NUL, nothing else.
 constexpr char NOTIFICATION[] = "switch_daemon";
@@ -29,11 +38,39 @@ constexpr int MULTICAST_HOPS = 1;
 constexpr int MULTICAST_INTERFACE = 0; // the platform's default
 constexpr std::size_t RX_BUFFER_LEN = 16;
 
-addrinfo *mcast_tx_addr = nullptr;
-int mcast_tx_socket = -1;
-int mcast_rx_socket = -1;
+struct AddrInfoFree {
+    void operator()(addrinfo *list) const { freeaddrinfo(list); }
+};
+// A lookup result, released with its owner.
+using AddrInfoList = std::unique_ptr<addrinfo, AddrInfoFree>;
 
-ThreadRecord rx_thread_record;
+// getaddrinfo into an owner; the lookup's result code.
+int lookup(const char *node, const char *service, const addrinfo &hints, AddrInfoList &result) {
+    addrinfo *list = nullptr;
+    const int rc = getaddrinfo(node, service, &hints, &list);
+    result.reset(rc == 0 ? list : nullptr); // a failed lookup leaves nothing to release
+    return rc;
+}
+
+// The receive thread's record.
+struct ThreadRecord {
+    pthread_t thread_id;
+    pthread_attr_t attributes;
+    void *(*start_routine)(void *);
+    std::int32_t nice_value;
+    std::int32_t policy;
+};
+
+// The channel's state, one instance in the process. The lookup result and
+// the two sockets live from their set-up to mcast_stop.
+struct McastChannel {
+    AddrInfoList mcast_tx_addr;
+    UniqueFd mcast_tx_socket;
+    UniqueFd mcast_rx_socket;
+    ThreadRecord rx_thread;
+};
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): the channel's state
+McastChannel gMcastChannel;
 
 void log_lookup_failure(int rc) {
     syslog(LOG_ERR, "getaddrinfo: %s\n", gai_strerror(rc));
@@ -82,44 +119,45 @@ bool join_group(int socket, const addrinfo &group) {
 // The receiving endpoint from the two lookups; the socket, once made, stays in
 // mcast_rx_socket whatever follows.
 bool server_endpoint(const addrinfo &group, const addrinfo &local) {
-    mcast_rx_socket = socket(local.ai_family, local.ai_socktype, 0);
-    if (mcast_rx_socket < 0) {
+    UniqueFd &rx = gMcastChannel.mcast_rx_socket;
+    rx.reset(socket(local.ai_family, local.ai_socktype, 0));
+    if (!rx.valid()) {
         syslog(LOG_ERR, "socket() failed\n");
         return false;
     }
-    if (!set_int_option(mcast_rx_socket, SOL_SOCKET, SO_REUSEADDR, 1)) {
+    if (!set_int_option(rx.get(), SOL_SOCKET, SO_REUSEADDR, 1)) {
         syslog(LOG_ERR, "setsockopt\n");
         return false;
     }
-    if (bind(mcast_rx_socket, local.ai_addr, local.ai_addrlen) != 0) {
+    if (bind(rx.get(), local.ai_addr, local.ai_addrlen) != 0) {
         syslog(LOG_ERR, "bind() failed\n");
         return false;
     }
     // The sizes read around the request are of no interest; the kernel may
     // grant less than asked, and the endpoint works either way.
-    if (!get_int_option(mcast_rx_socket, SOL_SOCKET, SO_RCVBUF)) {
+    if (!get_int_option(rx.get(), SOL_SOCKET, SO_RCVBUF)) {
         syslog(LOG_ERR, "getsockopt\n");
         return false;
     }
-    if (!set_int_option(mcast_rx_socket, SOL_SOCKET, SO_RCVBUF, RECEIVE_BUFFER_BYTES)) {
+    if (!set_int_option(rx.get(), SOL_SOCKET, SO_RCVBUF, RECEIVE_BUFFER_BYTES)) {
         syslog(LOG_ERR, "setsockopt\n");
         return false;
     }
-    if (!get_int_option(mcast_rx_socket, SOL_SOCKET, SO_RCVBUF)) {
+    if (!get_int_option(rx.get(), SOL_SOCKET, SO_RCVBUF)) {
         syslog(LOG_ERR, "getsockopt\n");
         return false;
     }
-    return join_group(mcast_rx_socket, group);
+    return join_group(rx.get(), group);
 }
 
-} // namespace
-
+// The receiving endpoint, joined to the group. Its two lookup results are
+// released on every way out.
 int mcast_server_init(const char *group, const char *service) {
     addrinfo hints;
     std::memset(&hints, 0, sizeof hints);
     hints.ai_flags = AI_NUMERICHOST;
-    addrinfo *group_addr = nullptr;
-    const int rc = getaddrinfo(group, nullptr, &hints, &group_addr);
+    AddrInfoList group_addr;
+    const int rc = lookup(group, nullptr, hints, group_addr);
     if (rc != 0) {
         log_lookup_failure(rc);
         return -1;
@@ -129,50 +167,88 @@ int mcast_server_init(const char *group, const char *service) {
     hints.ai_flags = AI_PASSIVE;
     hints.ai_family = group_addr->ai_family;
     hints.ai_socktype = SOCK_DGRAM;
-    addrinfo *local_addr = nullptr;
-    if (getaddrinfo(nullptr, service, &hints, &local_addr) != 0) {
+    AddrInfoList local_addr;
+    if (lookup(nullptr, service, hints, local_addr) != 0) {
         syslog(LOG_ERR, "getaddrinfo() failed\n");
-        freeaddrinfo(group_addr);
         return -1;
     }
-
-    const bool up = server_endpoint(*group_addr, *local_addr);
-    freeaddrinfo(local_addr);
-    freeaddrinfo(group_addr);
-    return up ? 0 : -1;
+    return server_endpoint(*group_addr, *local_addr) ? 0 : -1;
 }
 
+// The sending endpoint. What it made stays in the channel for mcast_stop,
+// also on a failure.
 int mcast_client_init(const char *group, const char *service) {
     addrinfo hints;
     std::memset(&hints, 0, sizeof hints);
     hints.ai_flags = AI_NUMERICHOST;
     hints.ai_family = AF_UNSPEC;
     hints.ai_socktype = SOCK_DGRAM;
-    const int rc = getaddrinfo(group, service, &hints, &mcast_tx_addr);
+    const int rc = lookup(group, service, hints, gMcastChannel.mcast_tx_addr);
     if (rc != 0) {
-        // A failed lookup leaves nothing to release.
-        mcast_tx_addr = nullptr;
         log_lookup_failure(rc);
         return -1;
     }
-
-    mcast_tx_socket = socket(mcast_tx_addr->ai_family, mcast_tx_addr->ai_socktype, 0);
-    if (mcast_tx_socket < 0) {
+    const addrinfo &destination = *gMcastChannel.mcast_tx_addr;
+    UniqueFd &tx = gMcastChannel.mcast_tx_socket;
+    tx.reset(socket(destination.ai_family, destination.ai_socktype, 0));
+    if (!tx.valid()) {
         syslog(LOG_ERR, "socket() failed\n");
         return -1;
     }
-    const bool v6 = mcast_tx_addr->ai_family == AF_INET6;
-    if (!set_int_option(mcast_tx_socket, v6 ? IPPROTO_IPV6 : IPPROTO_IP,
+    const bool v6 = destination.ai_family == AF_INET6;
+    if (!set_int_option(tx.get(), v6 ? IPPROTO_IPV6 : IPPROTO_IP,
                         v6 ? IPV6_MULTICAST_HOPS : IP_MULTICAST_TTL, MULTICAST_HOPS)) {
         syslog(LOG_ERR, "setsockopt() failed\n");
         return -1;
     }
-    if (!set_int_option(mcast_tx_socket, v6 ? IPPROTO_IPV6 : IPPROTO_IP,
+    if (!set_int_option(tx.get(), v6 ? IPPROTO_IPV6 : IPPROTO_IP,
                         v6 ? IPV6_MULTICAST_IF : IP_MULTICAST_IF, MULTICAST_INTERFACE)) {
         syslog(LOG_ERR, "interface setsockopt()\n");
         return -1;
     }
     return 0;
+}
+
+// Receives until a receive fails; each notification sets remote_link_change.
+int mcast_rx_loop() {
+    remote_link_change.store(0, std::memory_order_relaxed);
+    char buffer[RX_BUFFER_LEN];
+    for (;;) {
+        const ssize_t received = recvfrom(gMcastChannel.mcast_rx_socket.get(), buffer,
+                                          RX_BUFFER_LEN - 1, 0, nullptr, nullptr);
+        if (received < 0) {
+            syslog(LOG_ERR, "recvfrom() failed\n");
+            return -1;
+        }
+        if (!mcast_is_notification(buffer, static_cast<std::size_t>(received)))
+            continue;
+        remote_link_change.store(1, std::memory_order_relaxed);
+        syslog(LOG_INFO, "Received remote link change notification");
+    }
+}
+
+void *mcast_rx_thread(void *record) {
+    const auto *thread = static_cast<const ThreadRecord *>(record);
+    // The nice value belongs to this thread alone: setpriority on the kernel
+    // id of the thread, not on the process.
+    if (thread->policy == SCHED_OTHER)
+        setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), thread->nice_value);
+    mcast_rx_loop();
+    return nullptr;
+}
+
+} // namespace
+
+bool mcast_is_notification(const char *datagram, std::size_t length) {
+    // At most RX_BUFFER_LEN - 1 bytes are taken from a datagram, and the text
+    // ends right behind them: a short datagram never completes itself with
+    // the tail of an earlier, longer one (a 3-byte "swi" after the
+    // notification would otherwise read as "switch_daemon").
+    char text[RX_BUFFER_LEN];
+    const std::size_t taken = std::min(length, RX_BUFFER_LEN - 1);
+    std::memcpy(text, datagram, taken);
+    text[taken] = '\0';
+    return std::strcmp(text, NOTIFICATION) == 0;
 }
 
 int mcast_start() {
@@ -193,27 +269,21 @@ int mcast_start() {
 }
 
 void mcast_stop() {
-    if (mcast_tx_addr != nullptr) {
-        freeaddrinfo(mcast_tx_addr);
-        mcast_tx_addr = nullptr;
-    }
-    if (mcast_tx_socket >= 0) {
-        close(mcast_tx_socket);
-        mcast_tx_socket = -1;
-    }
-    if (mcast_rx_socket >= 0) {
-        close(mcast_rx_socket);
-        mcast_rx_socket = -1;
-    }
+    // In this order; each is marked released, so that a second call, or one
+    // before any set-up, does nothing.
+    gMcastChannel.mcast_tx_addr.reset();
+    gMcastChannel.mcast_tx_socket.reset();
+    gMcastChannel.mcast_rx_socket.reset();
 }
 
 int mcast_broadcast() {
     syslog(LOG_INFO, "Broadcasting interface status change message");
-    const sockaddr *destination = mcast_tx_addr != nullptr ? mcast_tx_addr->ai_addr : nullptr;
-    const socklen_t destination_len = mcast_tx_addr != nullptr ? mcast_tx_addr->ai_addrlen : 0;
+    const addrinfo *destination = gMcastChannel.mcast_tx_addr.get();
+    const sockaddr *address = destination != nullptr ? destination->ai_addr : nullptr;
+    const socklen_t address_len = destination != nullptr ? destination->ai_addrlen : 0;
     for (int repeat = 0; repeat < NOTIFICATION_REPEATS; ++repeat) {
-        const ssize_t sent = sendto(mcast_tx_socket, NOTIFICATION, NOTIFICATION_LEN, 0, destination,
-                                    destination_len);
+        const ssize_t sent = sendto(gMcastChannel.mcast_tx_socket.get(), NOTIFICATION,
+                                    NOTIFICATION_LEN, 0, address, address_len);
         if (sent != static_cast<ssize_t>(NOTIFICATION_LEN)) {
             syslog(LOG_ERR, "sendto() sent a different number of bytes than expected\n");
             return -1;
@@ -223,40 +293,8 @@ int mcast_broadcast() {
     return 0;
 }
 
-int mcast_rx_loop() {
-    remote_link_change.store(0, std::memory_order_relaxed);
-    char buffer[RX_BUFFER_LEN];
-    for (;;) {
-        const ssize_t received =
-            recvfrom(mcast_rx_socket, buffer, RX_BUFFER_LEN - 1, 0, nullptr, nullptr);
-        if (received < 0) {
-            syslog(LOG_ERR, "recvfrom() failed\n");
-            return -1;
-        }
-        // End the text right behind this datagram's bytes: the buffer is
-        // reused, and a short datagram must not complete itself with the tail
-        // of an earlier, longer one (a 3-byte "swi" after the notification
-        // would otherwise read as "switch_daemon").
-        buffer[received] = '\0';
-        if (std::strcmp(buffer, NOTIFICATION) != 0)
-            continue;
-        remote_link_change.store(1, std::memory_order_relaxed);
-        syslog(LOG_INFO, "Received remote link change notification");
-    }
-}
-
-void *mcast_rx_thread(void *record) {
-    const auto *thread = static_cast<const ThreadRecord *>(record);
-    // The nice value belongs to this thread alone: setpriority on the kernel
-    // id of the thread, not on the process.
-    if (thread->policy == SCHED_OTHER)
-        setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), thread->nice_value);
-    mcast_rx_loop();
-    return nullptr;
-}
-
 int mcast_create_rx_thread() {
-    ThreadRecord &record = rx_thread_record;
+    ThreadRecord &record = gMcastChannel.rx_thread;
     record.start_routine = mcast_rx_thread;
     record.nice_value = 0;
     record.policy = SCHED_OTHER;

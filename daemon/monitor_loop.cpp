@@ -1,9 +1,13 @@
 // The link monitor: checks the chip, detaches, starts the notification channel
 // and then polls the two link bits for ever.
-#include "daemon/daemon.h"
+#include "daemon/monitor_loop.h"
 
+#include "core/link_state.h"
 #include "core/management_mode.h"
+#include "core/pid_file.h"
+#include "core/process_lookup.h"
 #include "core/spi_access.h"
+#include "core/switch_status.h"
 #include "core/tool_state.h"
 #include "daemon/address_refresh.h"
 #include "daemon/mcast.h"
@@ -37,25 +41,6 @@ constexpr useconds_t AFTER_BROADCAST_SLEEP_US = 500;
 constexpr useconds_t CHANNEL_START_DELAY_US = 3000000;
 
 constexpr int MODE_MANAGED = 1;
-
-// Every early end of the daemon, in the parent and in the child alike.
-int end_daemon(int speed_status) {
-    mcast_stop();
-    if (tool_state.spi_fd >= 0) {
-        close(tool_state.spi_fd);
-        tool_state.spi_fd = -1;
-    }
-    return speed_status;
-}
-
-bool write_pid_file() {
-    std::FILE *file = std::fopen(DAEMON_PID_FILE, "w");
-    if (file == nullptr)
-        return false;
-    std::fprintf(file, "%d\n", static_cast<int>(getpid()));
-    std::fclose(file);
-    return true;
-}
 
 struct MonitorState {
     LinkState previous;
@@ -113,15 +98,15 @@ void age_notifications(MonitorState &state) {
     }
 }
 
-} // namespace
-
-int daemon_main(const BoardProfile &profile, int speed_status) {
+// Steps 1 to 4 of the start-up: the chip must answer with its id, at most
+// after one attempt at managed mode. False when the daemon is to end.
+bool check_before_detaching(const BoardProfile &profile) {
     std::puts("running as daemon");
 
     const std::int32_t other = find_process(DAEMON_NAME);
     if (other != 0) {
         std::printf(" Oops daemon is already running with PID %d\n", static_cast<int>(other));
-        return end_daemon(speed_status);
+        return false;
     }
 
     if (reg_read(CHIP_ID_REG) != profile.chip_id) {
@@ -129,43 +114,53 @@ int daemon_main(const BoardProfile &profile, int speed_status) {
         usleep(MANAGED_ATTEMPT_SLEEP_US);
         if (reg_read(CHIP_ID_REG) != profile.chip_id) {
             std::puts(" Oops could not put switch in managed mode");
-            return end_daemon(speed_status);
+            return false;
         }
     }
 
     show_switch_status(profile.chip_id, profile.link_reg_1, profile.link_reg_2);
+    return true;
+}
 
+// The fork and the child's new session; true in the child alone.
+bool detach() {
     // The child inherits the stdio buffers: whatever still sits unwritten in
     // them (stdout is fully buffered on a pipe or a file) would be written a
     // second time by the child on its next flush or at its exit.
     std::fflush(stdout);
     if (fork() != 0) // the parent, or no child at all
-        return end_daemon(speed_status);
-
+        return false;
     umask(0);
-    if (setsid() < 0)
-        return end_daemon(speed_status);
-    if (chdir("/") < 0)
-        return end_daemon(speed_status);
-    if (!write_pid_file())
-        return end_daemon(speed_status);
+    return setsid() >= 0 && chdir("/") >= 0 && write_pid_file(DAEMON_PID_FILE);
+}
 
+// The child's last check, the channel and its receive thread. False when the
+// daemon is to end.
+bool start_channel(const BoardProfile &profile) {
     if (reg_read(CHIP_ID_REG) != profile.chip_id) {
         std::puts(" Oops switch is not in managed mode");
-        return end_daemon(speed_status);
+        return false;
     }
-
     usleep(CHANNEL_START_DELAY_US);
-
     if (mcast_start() != 0) {
         syslog(LOG_ERR, "Could not startup IPv6 multicast daemon.");
-        return end_daemon(speed_status);
+        return false;
     }
-    if (mcast_create_rx_thread() != 0)
-        return end_daemon(speed_status);
+    return mcast_create_rx_thread() == 0;
+}
 
-    const LinkState first = read_link_state(profile.link_reg_1, profile.link_reg_2);
-    // The start-up announcement goes out even while refreshes are suppressed.
-    mcast_broadcast();
-    monitor_loop(profile, first);
+} // namespace
+
+int daemon_main(const BoardProfile &profile, int speed_status) {
+    // Every early end, in the parent and in the child alike, stops the
+    // channel and then closes spi_fd.
+    const SpiFdOwner spi;
+    if (check_before_detaching(profile) && detach() && start_channel(profile)) {
+        const LinkState first = read_link_state(profile.link_reg_1, profile.link_reg_2);
+        // The start-up announcement goes out even while refreshes are suppressed.
+        mcast_broadcast();
+        monitor_loop(profile, first);
+    }
+    mcast_stop();
+    return speed_status;
 }

@@ -3,7 +3,8 @@
 // One ChipState lives in the sandbox file SB/state and is mmap'ed by every
 // process of a test (the product under the preload library, and benchctl), so
 // all of them see one chip. The layout is fixed: plain bytes and integers, no
-// pointers. Callers serialise access with bench_lock() (bench_state.h).
+// pointers. Callers serialise access with flock on the state file (the
+// preload library also takes a mutex for its own threads).
 #pragma once
 
 #include <cstddef>

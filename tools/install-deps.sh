@@ -1,24 +1,26 @@
 #!/bin/sh
 # Installs what building, trying and testing need on Debian 12, and nothing
 # that is there already. Run as root.
-#   tools/install-deps.sh        the host build and its tests, the man page
-#                                check, the ARM cross compiler, the real
-#                                services of the daemon's integration test,
-#                                and clang with its libFuzzer and sanitizer
-#                                runtimes for the fuzz targets
-#   tools/install-deps.sh qemu   also qemu-user, for the end-to-end suite on
-#                                the ARM executable (testbench/qemu/run-e2e.sh)
+#   tools/install-deps.sh        the host build, clang-tidy, the tests, the man page
+#                                check, the ARM cross compiler, qemu-user for
+#                                the end-to-end suite on the ARM executable,
+#                                the real services of the daemon's integration
+#                                test, nft and ip6tables for the firewall
+#                                test, and clang with its libFuzzer and
+#                                sanitizer runtimes for the fuzz targets
+#   tools/install-deps.sh deb    and the Debian packages' build (native and
+#                                cross for armhf), lintian and debootstrap
 set -eu
 
-packages="g++ cmake make libgtest-dev binutils python3 python3-pytest iproute2 util-linux \
+packages="g++ cmake make clang-tidy libgtest-dev binutils python3 python3-pytest iproute2 util-linux \
 spi-tools python3-spidev tmux man-db groff-base g++-arm-linux-gnueabihf \
-avahi-daemon avahi-autoipd busybox socat \
+avahi-daemon avahi-autoipd busybox socat qemu-user nftables iptables \
 clang libclang-rt-14-dev"
 for group in "$@"; do
     case $group in
-        qemu) packages="$packages qemu-user" ;;
+        deb) packages="$packages git dpkg-dev debhelper lintian debootstrap crossbuild-essential-armhf" ;;
         *)
-            echo "install-deps.sh: unknown group $group (known: qemu)" >&2
+            echo "install-deps.sh: unknown group $group (known: deb)" >&2
             exit 2
             ;;
     esac

@@ -20,7 +20,7 @@ repo=$PWD
 # Without SWITCH_BUILD_DIR: install what is missing and build the host tree
 # (for the bench library of the host programs) and the ARM tree (preset arm).
 if [ -z "${SWITCH_BUILD_DIR:-}" ]; then
-    tools/install-deps.sh qemu
+    tools/install-deps.sh
     for preset in default arm; do
         cmake --preset $preset >/dev/null
         cmake --build --preset $preset -j2

@@ -1,9 +1,11 @@
 """The installed system: the tree that `cmake --install` lays out under a
 prefix and DESTDIR, the man pages as man renders them, the systemd unit, and
-the init script starting and stopping the daemon on the simulated board."""
+the init script starting and stopping the daemon on the simulated board; the
+suppression file's directory that both make root's."""
 
 import os
 import re
+import shlex
 import shutil
 import stat
 import subprocess
@@ -16,6 +18,7 @@ from console_util import console_session
 
 INIT_SCRIPT = "S60switch_daemon"
 DAEMON_PID_FILE = "/var/run/switch_daemon.pid"
+UNIT = "lib/systemd/system/switch_daemon.service"
 NAND_STATUS = "Zorvi HPB-NAND KSZ8864 MANAGED port1_link UP port2_link UP daemon NONE\n"
 
 
@@ -68,6 +71,10 @@ def expected_tree(prefix, etc):
         f"{prefix}/share/man/man8/switch_config.8": ("file", 0o644),
         f"{prefix}/share/man/man8/switch_daemon.8": ("file", 0o644),
         f"{prefix}/lib/systemd/system/switch_daemon.service": ("file", 0o644),
+        f"{prefix}/lib/tmpfiles.d/switch_daemon.conf": ("file", 0o644),
+        f"{prefix}/share/zorvi-switch/switch_daemon.nft": ("file", 0o644),
+        f"{prefix}/share/zorvi-switch/switch_daemon.ip6tables": ("file", 0o644),
+        f"{prefix}/share/zorvi-switch/switch_daemon.iptables": ("file", 0o644),
         f"{etc}/init.d/{INIT_SCRIPT}": ("file", 0o755),
         f"{etc}/default/switch_daemon": ("file", 0o644),
     }
@@ -84,12 +91,13 @@ def test_staged_install_lays_out_the_tree(tmp_path, prefix, etc):
     assert tree(root) == expected_tree(p, etc)
     # The scripts name the installed paths, not the staging directory.
     script = (root / etc / "init.d" / INIT_SCRIPT).read_text()
-    unit = (root / p / "lib/systemd/system/switch_daemon.service").read_text()
+    unit = (root / p / UNIT).read_text()
     conf = "/" + etc
     assert f"DAEMON={prefix}/sbin/switch_daemon\n" in script
     assert f". {conf}/default/switch_daemon\n" in script
     assert f"ExecStart={prefix}/sbin/switch_daemon -D ${{SWITCH_DAEMON_DEVICE}}\n" in unit
     assert f"EnvironmentFile=-{conf}/default/switch_daemon\n" in unit
+    assert f"ExecStartPre=+systemd-tmpfiles --create {prefix}/lib/tmpfiles.d/switch_daemon.conf\n" in unit
     assert str(tmp_path) not in script + unit
 
 
@@ -124,11 +132,11 @@ def test_buildroot_package_writes_the_start_scripts_as_cmake_does(tmp_path):
     root = install("/usr", destdir=tmp_path / "stage")
     for template, installed in [
         ("init.d/switch_daemon.in", f"etc/init.d/{INIT_SCRIPT}"),
-        ("systemd/switch_daemon.service.in", "usr/lib/systemd/system/switch_daemon.service"),
+        ("systemd/switch_daemon.service.in", "usr/" + UNIT),
     ]:
         res = subprocess.run(["sed", "-e", script, str(repo / "packaging" / template)],
                              capture_output=True, text=True, check=True)
-        assert "@" not in res.stdout
+        assert re.search(r"@[A-Z_]+@", res.stdout) is None
         assert res.stdout == (root / installed).read_text()
 
 
@@ -153,7 +161,7 @@ def test_man_page_renders_without_warnings(tmp_path, name):
     lines = res.stdout.splitlines()
     assert lines[0].split() == [f"{name.upper()}(8)", "System", "Administration", f"{name.upper()}(8)"]
     for section in ["NAME", "SYNOPSIS", "DESCRIPTION", "OPTIONS", "EXIT STATUS", "FILES",
-                    "SIGNALS", "SYSLOG", "NOTES", "EXAMPLES", "SEE ALSO"]:
+                    "SIGNALS", "SYSLOG", "SECURITY", "NOTES", "EXAMPLES", "SEE ALSO"]:
         assert section in lines, section
 
 
@@ -175,15 +183,36 @@ def test_man_page_names_every_console_command(bench):
 def test_systemd_unit_verifies(tmp_path):
     prefix = tmp_path / "prefix"
     install(prefix)
-    unit = prefix / "lib/systemd/system/switch_daemon.service"
+    unit = prefix / UNIT
     res = subprocess.run(["systemd-analyze", "verify", "--man=no", str(unit)],
                          capture_output=True, text=True)
     assert (res.returncode, res.stdout, res.stderr) == (0, "", "")
     text = unit.read_text()
     assert "Type=forking\n" in text and "PIDFile=/run/switch_daemon.pid\n" in text
+    # Confined: an exposure of 2.8 at most (in tenths; 9.6 unconfined).
+    res = subprocess.run(["systemd-analyze", "security", "--offline=true", "--threshold=28", str(unit)],
+                         capture_output=True, text=True)
+    assert res.returncode == 0, res.stdout + res.stderr
 
 
 # -- the init script on the simulated board ----------------------------------------------
+
+# The start scripts' own steps (mkdir, chown, chmod, systemd-tmpfiles) reach
+# the real paths, not the bench's sandbox. In the test's mount namespace /run
+# is the sandbox's /var/run, where the daemon writes its pid file, and /tmp is
+# a tmpfs of its own, in which the directory of the test's files stays reached.
+BOARD_PATHS = r"""
+set -e
+sb=$1 base=$2
+mount --bind "$sb/var/run" /run
+[ -z "$base" ] || exec 3<"$base"
+mount -t tmpfs -o mode=1777 board-tmp /tmp
+if [ -n "$base" ]; then
+    mkdir -p "$base"
+    mount --no-canonicalize --bind /proc/self/fd/3 "$base"
+fi
+"""
+
 
 class InitScript:
     """The init script of an install under a prefix of the test's own."""
@@ -191,6 +220,9 @@ class InitScript:
     def __init__(self, bench, tmp_path):
         self.prefix = tmp_path / "prefix"
         install(self.prefix)
+        top = Path(*tmp_path.parts[:3]) if tmp_path.parts[1] == "tmp" else ""
+        res = bench.ns_run(["sh", "-c", BOARD_PATHS, "sh", bench.sb, top])
+        assert res.rc == 0, res.err
         self.path = self.prefix / "etc/init.d" / INIT_SCRIPT
         self.defaults = self.prefix / "etc/default/switch_daemon"
         self.bench = bench
@@ -219,6 +251,8 @@ def test_init_script_starts_and_stops_the_daemon(init_script):
     assert res.out == ("Starting switch_daemon\nrunning as daemon\n" + NAND_STATUS
                        + f"switch_daemon started (pid {pid})\n")
     assert init_script.daemons() == [pid]
+    # Made beforehand, the pid file is not writable by everyone.
+    assert stat.S_IMODE(init_script.bench.path(DAEMON_PID_FILE).stat().st_mode) == 0o644
 
     res = init_script("start")
     assert (res.rc, res.out) == (0, f"switch_daemon is already running (pid {pid})\n")
@@ -287,3 +321,53 @@ def test_init_script_reports_a_daemon_that_does_not_start(init_script):
     assert res.out == ("Starting switch_daemon\nrunning as daemon\n"
                        " Oops could not put switch in managed mode\nswitch_daemon did not start\n")
     assert init_script.daemons() == []
+
+
+# -- the suppression file's directory -------------------------------------------------
+
+SUPPRESSION_DIRS = ["/tmp/zorvi", "/tmp/zorvi/control", "/tmp/zorvi/control/nfs_up"]
+NOBODY = ["/usr/bin/setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups"]
+
+
+def unit_start_steps(prefix):
+    """The unit's ExecStartPre commands, which run with full privileges."""
+    return [shlex.split(line.split("=", 1)[1].lstrip("+"))
+            for line in (prefix / UNIT).read_text().splitlines() if line.startswith("ExecStartPre=")]
+
+
+# What lies at /tmp/zorvi before the start: nothing; root's directories, mode
+# 0700; another user's, open to all; another user's link to a directory of
+# theirs, which stops the start and is not followed.
+@pytest.mark.parametrize("before", [
+    None,
+    "mkdir -p -m 0700 /tmp/zorvi/control/nfs_up",
+    NOBODY + ["sh", "-c", "mkdir -p /tmp/zorvi/control/nfs_up && chmod -R 0777 /tmp/zorvi"],
+    NOBODY + ["sh", "-c", "mkdir /tmp/elsewhere && ln -s /tmp/elsewhere /tmp/zorvi"],
+], ids=["nothing", "root's", "another user's", "another user's link"])
+@pytest.mark.parametrize("starter", ["init script", "unit"])
+def test_only_root_can_create_the_suppression_file_after_a_start(init_script, starter, before):
+    bench = init_script.bench
+    if before is not None:
+        res = bench.ns_run(before if isinstance(before, list) else ["sh", "-c", before])
+        assert res.rc == 0, res.err
+    if starter == "init script":
+        res = init_script("start")
+        started = res.rc == 0
+    else:
+        started = all(bench.ns_run(cmd).rc == 0 for cmd in unit_start_steps(init_script.prefix))
+
+    if "ln -s" in str(before):
+        assert not started
+        if starter == "init script":
+            assert res.out == ("Starting switch_daemon\nswitch_daemon: /tmp/zorvi is not a directory\n"
+                               "switch_daemon did not start\n")
+            assert init_script.daemons() == []
+        assert bench.ns_run(["stat", "-c", "%u %a", "/tmp/elsewhere"]).out == "65534 755\n"
+        return
+    assert started
+    assert bench.ns_run(["stat", "-c", "%u:%g %a %F"] + SUPPRESSION_DIRS).out == "0:0 755 directory\n" * 3
+    suppression = SUPPRESSION_DIRS[-1] + "/disable_avahi_refresh"
+    res = bench.ns_run(NOBODY + ["/usr/bin/touch", suppression])
+    assert (res.rc, res.err) == (1, f"/usr/bin/touch: cannot touch '{suppression}': Permission denied\n")
+    assert bench.ns_run(["/usr/bin/touch", suppression]).rc == 0
+    assert stat.S_IMODE(bench.path(DAEMON_PID_FILE).stat().st_mode) == 0o644

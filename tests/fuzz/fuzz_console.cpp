@@ -18,7 +18,8 @@
 // - every transfer has the console's shape (spidev_chip.cpp);
 // - exit frees the device database.
 #include "chip/device_database.h"
-#include "console/cli.h"
+#include "console/cli_parser.h"
+#include "console/command_table.h"
 #include "console/readline.h"
 #include "tests/fuzz/fuzz_check.h"
 #include "tests/fuzz/spidev_chip.h"

@@ -10,8 +10,9 @@
 // /proc). getopt_long's own messages are turned off.
 //
 // Besides the sanitizers, each vector checks:
-// - the texts the parser keeps, spi_device and config_path, are their
-//   defaults or lie inside the vector's arguments (no copy, no stray pointer);
+// - the texts the parser keeps, tool_state.spi_device and .config_path, are
+//   their defaults or lie inside the vector's arguments (no copy, no stray
+//   pointer);
 // - one action runs at most, and the usage text makes no transfer;
 // - two different actions (-w with -v is one), or no action with more than
 //   the program's name, give the usage text;
@@ -21,7 +22,8 @@
 #include "core/action_table.h"
 #include "core/management_mode.h"
 #include "core/options.h"
-#include "core/register_utils.h"
+#include "core/register_file.h"
+#include "core/switch_status.h"
 #include "core/tool_state.h"
 #include "core/usage.h"
 #include "tests/fuzz/fuzz_check.h"
@@ -94,19 +96,19 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     argv.push_back(nullptr);
     const int argc = static_cast<int>(arguments.size());
 
-    const char *default_device = "/dev/spidev0.0";
     tool_state = ToolState{};
     tool_state.spi_fd = spidev_chip::fd(SpiPath::tool);
     tool_state.board_kind = BOARD_NAND;
-    spi_device = default_device;
-    config_path = nullptr;
+    const char *const default_device = tool_state.spi_device;
     spidev_chip::reset(zb::kBoardNand);
     ran = Leaf::none;
     optind = 0; // a fresh scan
 
     parse_options(argc, argv.data());
-    FUZZ_CHECK(spi_device == default_device || inside_arguments(spi_device, arguments));
-    FUZZ_CHECK(config_path == nullptr || inside_arguments(config_path, arguments));
+    FUZZ_CHECK(tool_state.spi_device == default_device ||
+               inside_arguments(tool_state.spi_device, arguments));
+    FUZZ_CHECK(tool_state.config_path == nullptr ||
+               inside_arguments(tool_state.config_path, arguments));
 
     if (setjmp(after_usage) == 0)
         run_action(ActionContext{argc, argc > 0 ? argv[0] : "", NAND_PROFILE});

@@ -17,6 +17,7 @@
 // - when another process's first argument (up to its first NUL, within the
 //   first line and the first 1023 bytes) holds the needle, it gives a pid.
 #include "core/board.h"
+#include "core/process_lookup.h"
 #include "tests/fuzz/fake_files.h"
 #include "tests/fuzz/fuzz_check.h"
 

@@ -6,7 +6,7 @@
 // - the loader only writes, in groups of 16 to consecutive registers (modulo
 //   256), and every transfer has the tool's shape (spidev_chip.cpp);
 // - its one line of output, "%d registers written\n", counts the writes.
-#include "core/register_utils.h"
+#include "core/register_file.h"
 #include "core/tool_state.h"
 #include "tests/fuzz/fuzz_check.h"
 #include "tests/fuzz/spidev_chip.h"
@@ -43,7 +43,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     FUZZ_CHECK(lseek(STDOUT_FILENO, 0, SEEK_SET) == 0);
     spidev_chip::reset(zb::kBoardNand);
     tool_state.spi_fd = spidev_chip::fd(SpiPath::tool);
-    config_path = file_path;
+    tool_state.config_path = file_path;
 
     load_config_file();
     std::fflush(stdout);

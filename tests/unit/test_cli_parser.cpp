@@ -1,5 +1,5 @@
 // Tokenizer, command word and usage lines of the console parser.
-#include "console/cli.h"
+#include "console/cli_parser.h"
 
 #include <gtest/gtest.h>
 
@@ -68,17 +68,6 @@ TEST(CliParser, UnknownWordsAndNullLine) {
     ::testing::internal::CaptureStdout();
     EXPECT_NE(cli_parser(-1, nullptr), 0);
     EXPECT_EQ(::testing::internal::GetCapturedStdout(), "cli_parser: input buffer is NULL\n");
-}
-
-TEST(UsageTable, EveryCommandsLineStartsWithItsName) {
-    EXPECT_STREQ(cli_usage_table[65], "");
-    for (const CliCommand &row : cli_command_table) {
-        if (row.name == nullptr)
-            break;
-        const std::string usage = cli_usage_table[row.usage_index];
-        EXPECT_EQ(usage.rfind(std::string(row.name) + " ", 0), 0U) << row.name;
-        EXPECT_EQ(usage.back(), '\n') << row.name;
-    }
 }
 
 } // namespace

@@ -1,6 +1,6 @@
 // Pure pieces of the tool: the option table and register-file lines.
 #include "core/options.h"
-#include "core/register_utils.h"
+#include "core/register_file.h"
 #include "core/tool_state.h"
 
 #include <getopt.h>
@@ -25,8 +25,6 @@ void parse(const char *line) {
         argv.push_back(word.data());
     argv.push_back(nullptr);
     tool_state = ToolState{};
-    spi_device = "/dev/spidev0.0";
-    config_path = nullptr;
     optind = 0; // restart getopt's scan
     opterr = 0;
     parse_options(static_cast<int>(argv.size() - 1), argv.data());
@@ -59,8 +57,8 @@ TEST(Options, FlagsAndFields) {
 TEST(Options, DeviceAndConfigTakeTheArgument) {
     parse("--device=/dev/x -c a --config b stray");
     EXPECT_EQ(tool_state.action_flags, ACT_CONFIG);
-    EXPECT_STREQ(spi_device, "/dev/x");
-    EXPECT_STREQ(config_path, "b");
+    EXPECT_STREQ(tool_state.spi_device, "/dev/x");
+    EXPECT_STREQ(tool_state.config_path, "b");
 }
 
 TEST(RegisterFile, Lines) {

@@ -12,7 +12,8 @@ ZORVI_SWITCH_LICENSE = Proprietary
 
 # The start scripts come from the init hooks below, for the init system of
 # the configuration; the CMake install brings the executable, the
-# switch_daemon link, the man pages and /etc/default/switch_daemon.
+# switch_daemon link, the man pages, /etc/default/switch_daemon and the
+# firewall rules in /usr/share/zorvi-switch.
 ZORVI_SWITCH_CONF_OPTS = \
 	-DSWITCH_TESTS=OFF \
 	-DSWITCH_INSTALL_SYSV_INIT=OFF \
@@ -21,7 +22,7 @@ ZORVI_SWITCH_CONF_OPTS = \
 	-DCMAKE_EXE_LINKER_FLAGS="$(TARGET_LDFLAGS) -Wl,--gc-sections"
 
 # The start scripts name the installed paths ($(SED) edits in place).
-ZORVI_SWITCH_SUBSTITUTIONS = s,@SBINDIR@,/usr/sbin,g;s,@DEFAULTS_FILE@,/etc/default/switch_daemon,g
+ZORVI_SWITCH_SUBSTITUTIONS = s,@SBINDIR@,/usr/sbin,g;s,@DEFAULTS_FILE@,/etc/default/switch_daemon,g;s,@TMPFILES_CONF@,/usr/lib/tmpfiles.d/switch_daemon.conf,g
 
 define ZORVI_SWITCH_INSTALL_INIT_SYSV
 	$(INSTALL) -D -m 0755 $(@D)/packaging/init.d/switch_daemon.in \
@@ -33,6 +34,8 @@ define ZORVI_SWITCH_INSTALL_INIT_SYSTEMD
 	$(INSTALL) -D -m 0644 $(@D)/packaging/systemd/switch_daemon.service.in \
 		$(TARGET_DIR)/usr/lib/systemd/system/switch_daemon.service
 	$(SED) '$(ZORVI_SWITCH_SUBSTITUTIONS)' $(TARGET_DIR)/usr/lib/systemd/system/switch_daemon.service
+	$(INSTALL) -D -m 0644 $(@D)/packaging/tmpfiles.d/switch_daemon.conf \
+		$(TARGET_DIR)/usr/lib/tmpfiles.d/switch_daemon.conf
 endef
 
 $(eval $(cmake-package))

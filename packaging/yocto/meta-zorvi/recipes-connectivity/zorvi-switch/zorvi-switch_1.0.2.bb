@@ -16,11 +16,13 @@ EXTERNALSRC ?= "${@os.path.abspath(os.path.join(d.getVar('THISDIR'), '../../../.
 inherit cmake update-rc.d systemd
 
 # Not the tests and their bench; the init script under the name that
-# update-rc.d links into the runlevels; the unit where systemd looks.
+# update-rc.d links into the runlevels; the unit and its tmpfiles.d file where
+# systemd looks.
 EXTRA_OECMAKE = " \
     -DSWITCH_TESTS=OFF \
     -DSWITCH_INIT_SCRIPT_NAME=switch_daemon \
     -DSWITCH_SYSTEMD_UNIT_DIR=${systemd_system_unitdir} \
+    -DSWITCH_TMPFILES_DIR=${nonarch_libdir}/tmpfiles.d \
 "
 # A small executable: unused functions and data are dropped at link time
 # (the packaging strips it).
@@ -33,6 +35,8 @@ INITSCRIPT_PARAMS = "defaults 60 40"
 SYSTEMD_SERVICE:${PN} = "switch_daemon.service"
 
 CONFFILES:${PN} = "${sysconfdir}/default/switch_daemon"
+# The firewall rules (${datadir}/zorvi-switch) are packaged by default.
+FILES:${PN} += "${nonarch_libdir}/tmpfiles.d"
 
 # The daemon refreshes these through their pid files; the kernel needs
 # CONFIG_SPI_SPIDEV, CONFIG_GPIO_SYSFS and CONFIG_IPV6.

@@ -1,10 +1,17 @@
 // The console's usage texts, by usage index: help on the parameters (0 to
 // 16), a blank line (17), one usage line per command in command table order
 // (18 to 64), and the empty text that ends the table (65).
-#include "console/cli.h"
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+inline constexpr int CLI_USAGE_COUNT = 66;
+// The usage line of the command table's row i is row FIRST_COMMAND_USAGE + i.
+inline constexpr std::uint16_t FIRST_COMMAND_USAGE = 18;
 
 // clang-format off
-constexpr std::array<const char *, CLI_USAGE_COUNT> cli_usage_table{{
+inline constexpr std::array<const char *, CLI_USAGE_COUNT> cli_usage_table{{
     "RegNum     = { 0 ..     ff }   -- Register number.\n",
     "RegData    = { 0 ..   ffff }   -- Register data to write.\n",
     "Port       = { 1 ..      4 }   -- Port number.\n",

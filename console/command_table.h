@@ -1,0 +1,21 @@
+// The console's command table: one row per command word.
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+// A handler gets the token count, the tokens, its usage row and the console
+// descriptor; it returns 0 to have its usage line printed, nonzero otherwise.
+using CliHandler = int (*)(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd);
+
+struct CliCommand {
+    const char *name;
+    std::uint16_t max_args;
+    std::uint16_t usage_index;
+    CliHandler handler;
+};
+
+inline constexpr int CLI_COMMAND_COUNT = 47;
+
+// 47 rows and a terminating row with a null name and a null handler.
+extern const std::array<CliCommand, CLI_COMMAND_COUNT + 1> cli_command_table;

@@ -1,0 +1,139 @@
+"""A minimal Debian 12 root (debootstrap --variant=minbase) to install the
+package into, entered in mount, PID and network namespaces of its own with
+pivot_root, so that processes inside see the root as their whole system.
+
+The root is made once and kept as a tar file in CACHE; every DebRoot is a
+fresh copy of it. Each run() is a new set of namespaces over the same
+directory: what dpkg did stays, processes and mounts do not.
+"""
+
+import fcntl
+import os
+import shutil
+import stat
+import subprocess
+from pathlib import Path
+
+CACHE = Path("/var/cache/zorvi-deb")
+SUITE = "bookworm"
+
+# Mounts the root's own /proc, /sys (read-only), a /dev with the common
+# nodes, tmpfs on /tmp and /run, binds the given host directories under /run,
+# and turns the root into "/" (pivot_root . . stacks the old root on the new
+# one, the lazy unmount drops it).
+ENTER = r"""
+set -eu
+root=$1
+binds=$2
+shift 2
+mount --make-rprivate /
+mount --bind "$root" "$root"
+cd "$root"
+mount -t proc proc proc
+mount -t sysfs -o ro sysfs sys
+mount -t tmpfs -o mode=0755 dev dev
+for node in null zero full random urandom tty; do
+    : >"dev/$node"
+    mount --bind "/dev/$node" "dev/$node"
+done
+ln -s /proc/self/fd dev/fd
+mount -t tmpfs -o mode=1777 tmp tmp
+mount -t tmpfs -o mode=0755 run run
+while [ -n "$binds" ]; do
+    pair=${binds%%;*}
+    binds=${binds#*;}
+    mkdir -p "run/${pair%%=*}"
+    mount --bind "${pair#*=}" "run/${pair%%=*}"
+done
+pivot_root . .
+umount -l .
+cd /
+exec "$@"
+"""
+
+PATH = "/usr/sbin:/usr/bin:/sbin:/bin"
+
+# dpkg's own records, which change with every run of it; a purge
+# leaves the rest of the root as it found it.
+BOOKKEEPING = ("var/lib/dpkg/", "var/log/dpkg.log")
+
+
+def tarball(include=()):
+    """The cached root: minbase, plus the packages in include (a root to boot
+    needs an init, say)."""
+    return CACHE / ("-".join([SUITE, "minbase", *include]) + ".tar")
+
+
+def ensure_tarball(include=()):
+    """Makes the cached root with debootstrap unless it is there (a minute or
+    so, from the Debian archive); concurrent callers wait for the first."""
+    target = tarball(include)
+    CACHE.mkdir(parents=True, exist_ok=True)
+    with open(CACHE / "lock", "w") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        if target.exists():
+            return target
+        work = target.with_suffix(".tmp")
+        shutil.rmtree(work, ignore_errors=True)
+        extra = [f"--include={','.join(include)}"] if include else []
+        res = subprocess.run(["debootstrap", "--variant=minbase", *extra, SUITE, str(work)],
+                             capture_output=True, text=True)
+        if res.returncode != 0:
+            raise RuntimeError(f"debootstrap failed:\n{res.stdout[-3000:]}{res.stderr[-3000:]}")
+        # The root installs local packages only: no package lists or caches.
+        for d in ("var/lib/apt/lists", "var/cache/apt"):
+            for entry in (work / d).iterdir():
+                if entry.is_file():
+                    entry.unlink()
+        partial = target.with_suffix(".partial")
+        subprocess.run(["tar", "-C", str(work), "--numeric-owner", "-cf", str(partial), "."], check=True)
+        partial.rename(target)
+        shutil.rmtree(work)
+        return target
+
+
+class DebRoot:
+    """A fresh copy of the cached root at path."""
+
+    def __init__(self, path, include=(), start_services=False):
+        self.path = Path(path)
+        self.path.mkdir(parents=True)
+        subprocess.run(["tar", "-C", str(self.path), "--numeric-owner", "-xpf", str(ensure_tarball(include))],
+                       check=True)
+        if not start_services:
+            # As when an image is built: maintainer scripts enable services
+            # but invoke-rc.d starts none.
+            policy = self.path / "usr/sbin/policy-rc.d"
+            policy.write_text("#!/bin/sh\nexit 101\n")
+            policy.chmod(0o755)
+
+    def run(self, cmd, binds=None, env=None, stdin=None, timeout=120):
+        """Runs cmd inside the root with a clean environment plus env; binds
+        maps names to host directories, seen inside as /run/NAME."""
+        pairs = "".join(f"{name}={host};" for name, host in (binds or {}).items())
+        inner = ["/usr/bin/env", "-i", f"PATH={PATH}", "LC_ALL=C"]
+        inner += [f"{k}={v}" for k, v in (env or {}).items()]
+        res = subprocess.run(["unshare", "--mount", "--pid", "--net", "--fork",
+                              "/bin/sh", "-c", ENTER, "sh", str(self.path), pairs] + inner + list(cmd),
+                             input=stdin, capture_output=True, text=True, timeout=timeout)
+        return res
+
+    def snapshot(self):
+        """{path: (kind, mode, uid, gid, size or link target)} of everything
+        in the root but dpkg's records."""
+        out = {}
+        for dirpath, dirnames, filenames in os.walk(self.path):
+            for name in dirnames + filenames:
+                full = os.path.join(dirpath, name)
+                rel = os.path.relpath(full, self.path)
+                if (rel + "/").startswith(BOOKKEEPING):
+                    continue
+                st = os.lstat(full)
+                if stat.S_ISLNK(st.st_mode):
+                    detail = os.readlink(full)
+                elif stat.S_ISREG(st.st_mode):
+                    detail = st.st_size
+                else:
+                    detail = None
+                out[rel] = (stat.S_IFMT(st.st_mode), stat.S_IMODE(st.st_mode), st.st_uid, st.st_gid, detail)
+        return out

@@ -1,0 +1,233 @@
+"""The Debian package zorvi-switch (tools/build-deb.sh builds it): its contents
+on both architectures, and its life in a minimal Debian root: install, the
+tool from the installed path on the simulated board, an upgrade that keeps a
+changed configuration file, and a purge that leaves nothing behind."""
+
+import os
+import re
+import shutil
+import stat
+import subprocess
+from pathlib import Path
+
+import pytest
+
+from bench import BENCH_DIR, Bench
+from debroot import DebRoot
+
+REPO = Path(__file__).resolve().parents[2]
+DEBS = Path(os.environ.get("SWITCH_DEB_DIR", REPO / "build-deb")).resolve()
+VERSION = re.search(r"^project\(.* VERSION (\S+)\)$", (REPO / "CMakeLists.txt").read_text(), re.M).group(1)
+NAND_STATUS = "Zorvi HPB-NAND KSZ8864 MANAGED port1_link UP port2_link UP daemon NONE\n"
+
+# Every file of the package with its mode; all are root's, and every
+# directory has mode 0755.
+CONTENTS = {
+    "etc/default/switch_daemon": 0o644,
+    "etc/init.d/switch_daemon": 0o755,
+    "lib/systemd/system/switch_daemon.service": 0o644,
+    "usr/lib/tmpfiles.d/switch_daemon.conf": 0o644,
+    "usr/sbin/switch_config": 0o755,
+    "usr/sbin/switch_daemon": "switch_config",
+    "usr/share/doc/zorvi-switch/SECURITY.md.gz": 0o644,
+    "usr/share/doc/zorvi-switch/changelog.gz": 0o644,
+    "usr/share/doc/zorvi-switch/copyright": 0o644,
+    "usr/share/lintian/overrides/zorvi-switch": 0o644,
+    "usr/share/man/man8/switch_config.8.gz": 0o644,
+    "usr/share/man/man8/switch_daemon.8.gz": 0o644,
+    "usr/share/zorvi-switch/switch_daemon.ip6tables": 0o644,
+    "usr/share/zorvi-switch/switch_daemon.iptables": 0o644,
+    "usr/share/zorvi-switch/switch_daemon.nft": 0o644,
+}
+NEW_DIRS = ["usr/share/doc/zorvi-switch", "usr/share/zorvi-switch"]
+# What the maintainer scripts add: the init script in the runlevels
+# (update-rc.d) and the unit enabled (deb-systemd-helper, with its records).
+ENABLED = {
+    **{f"etc/rc{n}.d/K01switch_daemon": "../init.d/switch_daemon" for n in "016"},
+    **{f"etc/rc{n}.d/S01switch_daemon": "../init.d/switch_daemon" for n in "2345"},
+    "etc/systemd/system/multi-user.target.wants/switch_daemon.service": "/lib/systemd/system/switch_daemon.service",
+    "var/lib/systemd/deb-systemd-helper-enabled/multi-user.target.wants/switch_daemon.service": 0o644,
+    "var/lib/systemd/deb-systemd-helper-enabled/switch_daemon.service.dsh-also": 0o644,
+}
+CONFFILES = ["/etc/default/switch_daemon", "/etc/init.d/switch_daemon"]
+# ELF machine and libraries of the executable: the C library alone (on ARM
+# the stack protector's guard lives in the dynamic loader, of the same package).
+ELF = {"amd64": (62, ["libc.so.6"]), "armhf": (40, ["ld-linux-armhf.so.3", "libc.so.6"])}
+
+
+def deb(arch, directory=DEBS, version=VERSION):
+    path = directory / f"zorvi-switch_{version}_{arch}.deb"
+    if not path.exists():
+        pytest.skip(f"{path} missing: run tools/build-deb.sh")
+    return path
+
+
+def dpkg_deb(*args):
+    return subprocess.run(["dpkg-deb", *map(str, args)], capture_output=True, text=True, check=True).stdout
+
+
+@pytest.mark.parametrize("arch", ["amd64", "armhf"])
+def test_package_contents(arch, tmp_path):
+    package = deb(arch)
+    fields = {f: dpkg_deb("-f", package, f).strip() for f in ["Package", "Version", "Architecture", "Pre-Depends"]}
+    assert fields == {"Package": "zorvi-switch", "Version": VERSION, "Architecture": arch,
+                      "Pre-Depends": "init-system-helpers (>= 1.54~)"}
+    # dpkg-shlibdeps's dependency, of the C library alone.
+    assert re.fullmatch(r"libc6 \(>= 2\.3\d\)", dpkg_deb("-f", package, "Depends").strip())
+    dpkg_deb("-R", package, tmp_path / "x")
+    assert (tmp_path / "x/DEBIAN/conffiles").read_text().split() == CONFFILES
+    files = {}
+    for line in dpkg_deb("-c", package).splitlines():
+        mode, owner, _size, _date, _time, name = line.split(None, 5)
+        name, _, target = name.removeprefix("./").partition(" -> ")
+        assert owner == "root/root", line
+        if mode[0] == "d":
+            assert mode == "drwxr-xr-x", line
+        else:
+            files[name] = target if mode[0] == "l" else stat.S_IMODE((tmp_path / "x" / name).lstat().st_mode)
+    assert files == CONTENTS
+    exe = tmp_path / "x/usr/sbin/switch_config"
+    dynamic = subprocess.run(["readelf", "-d", str(exe)], capture_output=True, text=True, check=True).stdout
+    needed = sorted(re.findall(r"\(NEEDED\).*\[(.*)\]", dynamic))
+    assert (int.from_bytes(exe.read_bytes()[18:20], "little"), needed) == ELF[arch]
+
+
+@pytest.mark.parametrize("path,pattern", [
+    ("debian/changelog", r"^zorvi-switch \((\S+)\)"),
+    ("packaging/man/switch_config.8", r'"switch_config (\S+)"'),
+    ("packaging/man/switch_daemon.8", r'"switch_config (\S+)"'),
+    ("packaging/buildroot/package/zorvi-switch/zorvi-switch.mk", r"^ZORVI_SWITCH_VERSION = (\S+)$"),
+    ("packaging/yocto/meta-zorvi/recipes-connectivity/zorvi-switch", r"^zorvi-switch_(\S+)\.bb$"),
+])
+def test_versions_agree_with_the_project(path, pattern):
+    target = REPO / path
+    text = "\n".join(os.listdir(target)) if target.is_dir() else target.read_text()
+    assert re.search(pattern, text, re.M).group(1) == VERSION
+
+
+# -- in a minimal Debian root --------------------------------------------------------
+
+
+def make_root(path):
+    if os.geteuid() != 0:
+        pytest.skip("the root's namespaces need root")
+    return DebRoot(path)
+
+
+@pytest.fixture
+def root(tmp_path):
+    r = make_root(tmp_path / "root")
+    yield r
+    shutil.rmtree(r.path)
+
+
+@pytest.fixture(scope="module")
+def installed_root(tmp_path_factory):
+    """One root with the amd64 package installed, for runs that change
+    nothing in it (the board keeps its files in the bench's sandbox)."""
+    r = make_root(tmp_path_factory.mktemp("installed") / "root")
+    install(r, deb("amd64"))
+    yield r
+    shutil.rmtree(r.path)
+
+
+@pytest.fixture
+def board(tmp_path):
+    b = Bench(tmp_path, board="nand")
+    yield b
+    b.close()
+
+
+def in_root(root, cmd, bench=None, debs=DEBS):
+    """Runs cmd in the root with the package directory at /run/debs and, given a
+    bench, on its simulated board."""
+    binds, env = {"debs": debs}, {}
+    if bench is not None:
+        binds.update(bench=BENCH_DIR, sandbox=bench.sb)
+        env = {"LD_PRELOAD": "/run/bench/libzorvibench.so", "ZORVI_SANDBOX": "/run/sandbox"}
+    return root.run(cmd, binds=binds, env=env)
+
+
+def install(root, package):
+    res = in_root(root, ["dpkg", "-i", f"/run/debs/{package.name}"], debs=package.parent)
+    assert res.returncode == 0, res.stdout + res.stderr
+    return res
+
+
+def status(root):
+    res = in_root(root, ["dpkg-query", "-W", "-f=${Status} ${Version}", "zorvi-switch"])
+    return res.stdout if res.returncode == 0 else res.stderr
+
+
+def changes(before, after):
+    """Entries of after that are new or differ from before, as a path's mode
+    (or link target; directories under their path with a slash), and those
+    gone, as None."""
+    out = {path: None for path in before.keys() - after.keys()}
+    for path, (kind, mode, uid, gid, detail) in after.items():
+        if before.get(path) != after[path]:
+            assert (uid, gid) == (0, 0), path
+            key = path + "/" if stat.S_ISDIR(kind) else path
+            out[key] = detail if stat.S_ISLNK(kind) else mode
+    return out
+
+
+def merged(path):
+    """Where a path of the package lies in a root with merged /usr."""
+    return "usr/" + path if path.split("/")[0] in ("lib", "bin", "sbin") else path
+
+
+@pytest.mark.parametrize("cmd,out,xfers", [
+    (["/usr/sbin/switch_config"], NAND_STATUS, None),
+    (["/usr/sbin/switch_config", "-w", "0x10", "-v", "5"], "writing 0x5 in 0x10\n", [("W", 16, 5)]),
+    (["/usr/sbin/switch_daemon"], "running as daemon\n" + NAND_STATUS, None),
+], ids=["status", "write", "daemon"])
+def test_installed_tool_runs_on_the_board(installed_root, board, cmd, out, xfers):
+    board.clear_events()
+    res = in_root(installed_root, cmd, bench=board)
+    assert (res.returncode, res.stdout, res.stderr) == (0, out, "")
+    if xfers is not None:
+        assert board.xfers() == xfers
+
+
+def test_install_upgrade_purge(root, tmp_path):
+    before = root.snapshot()
+    res = install(root, deb("amd64"))
+    assert "invoke-rc.d: policy-rc.d denied execution of start.\n" in res.stderr
+    assert status(root) == f"install ok installed {VERSION}"
+    expected = {merged(p): m for p, m in CONTENTS.items()}
+    expected.update({d + "/": 0o755 for d in NEW_DIRS}, **ENABLED)
+    assert changes(before, root.snapshot()) == expected
+
+    # An upgrade to a rebuilt package keeps the administrator's defaults file,
+    # without asking.
+    upgrade = rebuild(tmp_path, VERSION + "+1")
+    defaults = root.path / "etc/default/switch_daemon"
+    changed = defaults.read_text() + "SWITCH_DAEMON_DEVICE=/dev/spidev1.0\n"
+    defaults.write_text(changed)
+    install(root, upgrade)
+    assert status(root) == f"install ok installed {VERSION}+1"
+    assert defaults.read_text() == changed
+    assert changes(before, root.snapshot()) == expected
+
+    res = in_root(root, ["dpkg", "--purge", "zorvi-switch"])
+    assert res.returncode == 0, res.stdout + res.stderr
+    assert status(root) == "dpkg-query: no packages found matching zorvi-switch\n"
+    assert changes(before, root.snapshot()) == {}
+
+
+def rebuild(tmp_path, version):
+    """The amd64 package built again from the packages' source tree, under
+    another version (no tests)."""
+    src = tmp_path / f"zorvi-switch-{version}"
+    shutil.copytree(DEBS / "source", src, symlinks=True)
+    changelog = src / "debian/changelog"
+    text = changelog.read_text()
+    trailer = re.search(r"^ -- .*$", text, re.M).group(0)
+    changelog.write_text(f"zorvi-switch ({version}) bookworm; urgency=medium\n\n"
+                         f"  * Rebuilt under another version.\n\n{trailer}\n\n{text}")
+    env = dict(os.environ, DEB_BUILD_OPTIONS="nocheck parallel=2")
+    res = subprocess.run(["dpkg-buildpackage", "-us", "-uc", "-b"], cwd=src, env=env,
+                         capture_output=True, text=True)
+    assert res.returncode == 0, res.stdout[-3000:] + res.stderr[-3000:]
+    return deb("amd64", tmp_path, version)
