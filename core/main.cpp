@@ -9,9 +9,12 @@
 #include "core/tool_state.h"
 #include "daemon/monitor_loop.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <syslog.h>
+#include <unistd.h>
 
 namespace {
 constexpr const char *TOOL_PID_FILE = "/var/run/switch_config.pid";
@@ -22,6 +25,19 @@ const BoardProfile *profile_of(std::int32_t board_kind) {
     if (board_kind == BOARD_NAND)
         return &NAND_PROFILE;
     return nullptr;
+}
+
+// Gives each of descriptors 0, 1 and 2 that is closed /dev/null. Otherwise
+// the next descriptor opened (the syslog socket of openlog with LOG_NDELAY,
+// the SPI device) would take its number: the line editor would wait for ever
+// on the socket, and the status line would go into it. With them all lower
+// ones open, open gives the closed number itself, so a closed standard input
+// reads as end of input and closed outputs write nowhere.
+void open_standard_descriptors() {
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+        if (fcntl(fd, F_GETFD) == -1 && errno == EBADF)
+            open("/dev/null", O_RDWR);
+    }
 }
 
 int tool_main(int argc, const char *program, const BoardProfile &profile, int speed_status) {
@@ -42,6 +58,7 @@ int tool_main(int argc, const char *program, const BoardProfile &profile, int sp
 } // namespace
 
 int main(int argc, char **argv) {
+    open_standard_descriptors();
     openlog("switch_daemon", LOG_PID | LOG_CONS | LOG_NDELAY, LOG_DAEMON);
     parse_options(argc, argv);
     const int speed_status = spi_setup();

@@ -281,20 +281,27 @@ class Bench:
             cmd += ["-p", str(pidfile)]
         return self._nsenter() + cmd + [argv0, prog] + [str(a) for a in args]
 
-    def run(self, args, argv0="switch_config", stdin=None, timeout=30, prog=None):
-        """Runs a program (by default switch_config under argv0) until it ends.
+    def run(self, args, argv0="switch_config", stdin=None, timeout=30, prog=None, closed=()):
+        """Runs a program (by default switch_config under argv0) until it ends,
+        with the descriptors in closed (of 0, 1 and 2) closed.
 
         Output goes through files, not pipes, so that a daemon's child, which
         keeps the descriptors, does not hold the run open; Result.refresh()
         picks up what such a child wrote later."""
         if isinstance(stdin, str):
             stdin = stdin.encode()
+        cmd = self._argv(args, argv0, prog)
+        if closed:
+            # The shell closes them and execs benchctl, which opens nothing
+            # before it execs the program.
+            at = cmd.index("--") + 1
+            cmd[at:at] = ["/bin/sh", "-c", 'exec "$@"' + "".join(f" {fd}<&-" for fd in closed), "sh"]
         self._spawned += 1
         out_path = self.tmp / f"run-{self.board}-{self._spawned}.out"
         err_path = self.tmp / f"run-{self.board}-{self._spawned}.err"
         with open(out_path, "wb") as out, open(err_path, "wb") as err:
             p = subprocess.Popen(
-                self._argv(args, argv0, prog),
+                cmd,
                 stdin=subprocess.PIPE,
                 stdout=out,
                 stderr=err,

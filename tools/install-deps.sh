@@ -5,8 +5,9 @@
 #                                check, the ARM cross compiler, qemu-user for
 #                                the end-to-end suite on the ARM executable,
 #                                the real services of the daemon's integration
-#                                test, and nft and ip6tables for the firewall
-#                                test
+#                                test, nft and ip6tables for the firewall
+#                                test, and clang with its libFuzzer and
+#                                sanitizer runtimes for the fuzz targets
 #   tools/install-deps.sh deb    and the Debian packages' build (native and
 #                                cross for armhf), lintian and debootstrap
 #   tools/install-deps.sh vm     and qemu-system-x86 and the headers of Debian's
@@ -17,7 +18,8 @@ set -eu
 
 packages="g++ cmake make clang-tidy libgtest-dev binutils python3 python3-pytest iproute2 util-linux \
 spi-tools python3-spidev tmux man-db groff-base g++-arm-linux-gnueabihf \
-avahi-daemon avahi-autoipd busybox socat qemu-user nftables iptables"
+avahi-daemon avahi-autoipd busybox socat qemu-user nftables iptables \
+clang libclang-rt-14-dev"
 for group in "$@"; do
     case $group in
         deb) packages="$packages git dpkg-dev debhelper lintian debootstrap crossbuild-essential-armhf" ;;

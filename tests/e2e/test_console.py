@@ -116,16 +116,19 @@ def test_start_failures_end_the_console(bench, fault, out, err, rc, reg104):
 
 
 # What follows the way out is never read; the end of input ends the console
-# as Ctrl-C does.
+# as Ctrl-C does. A closed standard input (None) reads as its end: on the
+# bench, where openlog opens no socket, the bench's own state file would
+# otherwise take descriptor 0 and the editor would read it.
 @pytest.mark.parametrize("stdin,shown", [
     ("exit\nrwb 10 6\n", "=>exit\r\n"),
     ("exit now\nrwb 10 6\n", "=>exit now\r\n"),
     ("\x03rwb 10 6\n", "=>"),
     ("rwb 10 5\x03rwb 10 6\n", "=>rwb 10 5"),
     ("rwb 10 5", "=>rwb 10 5"),
+    (None, "=>"),
 ])
 def test_ways_out_of_the_prompt(bench, stdin, shown):
-    res = bench.run(["-C"], stdin=stdin)
+    res = bench.run(["-C"], stdin=stdin, closed=(0,) if stdin is None else ())
     assert (res.rc, res.out, res.err) == (0, CONSOLE_PREAMBLE + shown + CONSOLE_END, VALID)
     assert command_xfers(bench) == []  # nothing of the cancelled line runs
     if bench.sees_calls:

@@ -101,6 +101,7 @@ def test_setup_ioctl_failures(bench, fault, message, rc):
     ("processor\t: 0\nHardware\t: Zorvi HPB-NOR rev 2\nRevision\t: 0000\n", NOR),  # a prefix
     ("Hardware\t: Zorvi HPB-NANDX\n", NAND),
     ("Hardware: Zorvi HPB-NOR", NOR),  # no newline at the end of the file
+    ("x" * 255 + "Hardware\t: Zorvi HPB-NOR\n", NOR),  # a long line is read in pieces of 255
     pytest.param(None, None, marks=pytest.mark.preload_only("the kernel's /proc/cpuinfo is always there")),
     ("processor\t: 0\nBogoMIPS\t: 100\n", None),
     ("Hardware\t: Zorvi HPB-SD\n", None),
@@ -175,6 +176,11 @@ def test_needle_is_the_whole_argv0(bench):
     editor = bench.spawn(["-c", "sleep 60; :", "switch_daemon"], argv0="sh", prog="/bin/sh")
     assert bench.wait_for(lambda: editor.nspid in bench.ns_pids("sh"))
     assert bench.run([], argv0="/usr/bin/switch_config").out.endswith(" daemon NONE\n")
+    # An exec with an empty argument vector gives an empty name, which every
+    # command line holds: the first by path text, pid 1, counts.
+    exec_empty = "import ctypes, sys; ctypes.CDLL(None).execv(sys.argv[1].encode(), (ctypes.c_char_p * 1)())"
+    res = bench.run(["-c", exec_empty, bench.prog], argv0="python3", prog="/usr/bin/python3")
+    assert (res.rc, res.out) == (255, " is already running with PID 1\n")
 
 
 def test_pid_file_holds_the_tool_pid(bench):
@@ -222,6 +228,27 @@ def test_failed_transfer_shows_on_stderr_only(bench):
     assert (res.rc, res.out, res.err) == (0, "Register offset   7 (0x7) = 0xFF\n", EIO)
     res = bench.run(["-w", "7", "-v", "1"])
     assert (res.rc, res.out, res.err) == (0, "writing 0x1 in 0x7\n", EIO)
+
+
+# A closed standard output or error is /dev/null to the tool: the status and
+# the transfers stay, and nothing lands in what the process opens next (on the
+# bench, where openlog opens no socket, its state file, which a stray write
+# would wreck for the next run).
+@pytest.mark.parametrize("closed,fault,out", [
+    ((1,), None, ""),
+    ((2,), "xfer", "Register offset   5 (0x5) = 0xFF\n"),
+    ((1, 2), "xfer", ""),
+])
+def test_closed_outputs_write_nowhere(bench, closed, fault, out):
+    bench.poke(5, 0x2A)
+    bench.clear_events()
+    if fault:
+        bench.fault(fault)
+    res = bench.run(["-r", "5"], closed=closed)
+    assert (res.rc, res.out, res.err) == (0, out, "")
+    assert [(x.op, x.reg) for x in bench.xfer_events()] == [("R", 5)]
+    bench.clear_faults()
+    assert bench.run(["-r", "5"]).out == "Register offset   5 (0x5) = 0x2A\n"
 
 
 # --- dump and load --------------------------------------------------------

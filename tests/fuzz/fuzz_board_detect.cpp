@@ -1,0 +1,50 @@
+// Board identification on arbitrary /proc/cpuinfo text: the input is the
+// file that detect_board reads (fake_files.h).
+//
+// Besides the sanitizers (and the leak check, which sees a file left open):
+// the result is a board kind; a known board is named by its machine name
+// somewhere behind a line (or a piece of 255 characters of a longer one) that
+// begins with "Hardware"; and a file whose first line names the board as the
+// kernel writes it gives that board.
+#include "core/board.h"
+#include "tests/fuzz/fake_files.h"
+#include "tests/fuzz/fuzz_check.h"
+
+#include <cstring>
+#include <string_view>
+
+namespace {
+
+// Where the first text that fgets gives (a line, cut into pieces of 255
+// characters) that begins with "Hardware" begins, or npos.
+std::size_t hardware_line(std::string_view text) {
+    for (std::size_t at = 0; at < text.size();) {
+        if (text.substr(at).starts_with("Hardware"))
+            return at;
+        const std::size_t piece = text.substr(at, 255).find('\n');
+        at += piece == std::string_view::npos ? 255 : piece + 1;
+    }
+    return std::string_view::npos;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+    const std::string_view text(reinterpret_cast<const char *>(data), size);
+    fake_files::clear();
+    fake_files::give("/proc/cpuinfo", data, size);
+
+    const std::int32_t board = detect_board();
+    FUZZ_CHECK(board == BOARD_UNKNOWN || board == BOARD_NOR || board == BOARD_NAND);
+    if (board != BOARD_UNKNOWN) {
+        const std::size_t line = hardware_line(text);
+        FUZZ_CHECK(line != std::string_view::npos);
+        const char *name = board == BOARD_NAND ? "Zorvi HPB-NAND" : "Zorvi HPB-NOR";
+        FUZZ_CHECK(text.find(name, line) != std::string_view::npos);
+    }
+    if (text.starts_with("Hardware\t: Zorvi HPB-NAND"))
+        FUZZ_CHECK(board == BOARD_NAND);
+    else if (text.starts_with("Hardware\t: Zorvi HPB-NOR"))
+        FUZZ_CHECK(board == BOARD_NOR);
+    return 0;
+}

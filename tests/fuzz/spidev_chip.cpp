@@ -1,0 +1,103 @@
+// The in-process SPI device. This definition of ioctl takes the place of the
+// C library's (and of the sanitizer's interceptor): the product's own
+// spi_transfer runs unchanged, and every other descriptor gets the system
+// call.
+#include "tests/fuzz/spidev_chip.h"
+
+#include "tests/fuzz/fuzz_check.h"
+
+#include <cstdarg>
+#include <linux/spi/spidev.h>
+#include <sys/ioctl.h>
+#include <sys/syscall.h>
+
+namespace {
+
+constexpr std::uint8_t CMD_WRITE = 0x02;
+constexpr std::uint8_t CMD_READ = 0x03;
+
+int descriptors[2] = {-1, -1};
+zb::ChipState chip;
+SpiAccess log_entries[spidev_chip::LOG_CAPACITY];
+std::size_t log_count = 0;
+
+// One three-byte transfer in one chip-select frame: 0x03, register, 0xFF to
+// read (the value comes back in the third byte), 0x02, register, value to
+// write. The tool passes a receive buffer and 8 bits per word on both; the
+// console's write passes neither (0 bits: the descriptor's 8 apply). Every
+// other field stays 0.
+int transfer(SpiPath path, const spi_ioc_transfer &t) {
+    FUZZ_CHECK(t.len == 3);
+    FUZZ_CHECK(t.speed_hz == 0 && t.delay_usecs == 0 && t.cs_change == 0 && t.tx_nbits == 0 &&
+               t.rx_nbits == 0 && t.word_delay_usecs == 0 && t.pad == 0);
+    const auto *tx = reinterpret_cast<const std::uint8_t *>(t.tx_buf);
+    auto *rx = reinterpret_cast<std::uint8_t *>(t.rx_buf);
+    FUZZ_CHECK(tx != nullptr);
+    FUZZ_CHECK(tx[0] == CMD_READ || tx[0] == CMD_WRITE);
+    const bool write = tx[0] == CMD_WRITE;
+    if (write && path == SpiPath::console) {
+        FUZZ_CHECK(rx == nullptr && t.bits_per_word == 0);
+    } else {
+        FUZZ_CHECK(rx != nullptr && t.bits_per_word == 8);
+    }
+    SpiAccess access{write, tx[1], tx[2]};
+    if (write) {
+        zb::chip_spi_write(chip, tx[1], tx[2]);
+        if (rx != nullptr)
+            rx[0] = rx[1] = rx[2] = 0xFF;
+    } else {
+        FUZZ_CHECK(tx[2] == 0xFF);
+        access.value = zb::chip_spi_read(chip, tx[1]);
+        rx[0] = rx[1] = 0xFF;
+        rx[2] = access.value;
+    }
+    if (log_count < spidev_chip::LOG_CAPACITY)
+        log_entries[log_count] = access;
+    ++log_count;
+    return 3;
+}
+
+} // namespace
+
+extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
+    va_list arguments;
+    va_start(arguments, request);
+    void *argument = va_arg(arguments, void *);
+    va_end(arguments);
+    if (fd < 0 || (fd != descriptors[0] && fd != descriptors[1]))
+        return static_cast<int>(syscall(SYS_ioctl, fd, request, argument));
+    // The targets make no set-up ioctl: one access is one message.
+    FUZZ_CHECK(request == SPI_IOC_MESSAGE(1));
+    return transfer(fd == descriptors[0] ? SpiPath::tool : SpiPath::console,
+                    *static_cast<const spi_ioc_transfer *>(argument));
+}
+
+namespace spidev_chip {
+
+int fd(SpiPath path) {
+    if (descriptors[0] < 0) {
+        // Real descriptors, so that no other open can return their numbers.
+        descriptors[0] = open("/dev/null", O_RDWR | O_CLOEXEC);
+        descriptors[1] = open("/dev/null", O_RDWR | O_CLOEXEC);
+        FUZZ_CHECK(descriptors[0] >= 0 && descriptors[1] >= 0);
+    }
+    return descriptors[path == SpiPath::tool ? 0 : 1];
+}
+
+zb::ChipState &reset(std::uint8_t board) {
+    zb::chip_reset(chip, board);
+    chip.log_on = 0;
+    log_count = 0;
+    return chip;
+}
+
+std::size_t count() {
+    return log_count;
+}
+
+const SpiAccess &access(std::size_t index) {
+    FUZZ_CHECK(index < log_count && index < LOG_CAPACITY);
+    return log_entries[index];
+}
+
+} // namespace spidev_chip
