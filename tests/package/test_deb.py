@@ -262,15 +262,18 @@ def test_init_script_starts_and_stops_the_daemon_in_the_vm(tmp_path):
         pytest.skip(f"the guest sees this tree only, not {BENCH_DIR}")
     module = vm_kernel_module()
     root = DebRoot(tmp_path / "root", include=VM_ROOT_PACKAGES)
-    install(root, deb("amd64"))
-    # The bench mounts the booted kernel's modules there, as a board's kernel
-    # package would have made it.
-    (root.path / "usr/lib/modules").mkdir(exist_ok=True)
-    guest = "/run/zorvi-tree"
-    cmd = (f"sh {guest}/tests/package/daemon-by-init-script.sh "
-           f"{guest}/{BENCH_DIR.relative_to(REPO)} {guest}/{module.relative_to(REPO)}")
-    res = subprocess.run([str(VM_TOOLS / "boot.sh"), "--root", str(root.path), "--timeout", "300", "--", cmd],
-                         cwd=REPO, capture_output=True, text=True, timeout=400)
+    try:
+        install(root, deb("amd64"))
+        # The bench mounts the booted kernel's modules there, as a board's
+        # kernel package would have made it.
+        (root.path / "usr/lib/modules").mkdir(exist_ok=True)
+        guest = "/run/zorvi-tree"
+        cmd = (f"sh {guest}/tests/package/daemon-by-init-script.sh "
+               f"{guest}/{BENCH_DIR.relative_to(REPO)} {guest}/{module.relative_to(REPO)}")
+        res = subprocess.run([str(VM_TOOLS / "boot.sh"), "--root", str(root.path), "--timeout", "300", "--", cmd],
+                             cwd=REPO, capture_output=True, text=True, timeout=400)
+    finally:
+        shutil.rmtree(root.path)
     # Kernel messages on the console are no part of the run.
     out = "".join(line for line in res.stdout.splitlines(True) if not re.match(r"\[ *[0-9.]+\]", line))
     assert res.returncode == 0, out + res.stderr
