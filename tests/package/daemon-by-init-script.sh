@@ -33,7 +33,7 @@ ip -6 route add ff01::/16 dev lo || exit 2
 echo "== start"
 /etc/init.d/switch_daemon start
 echo "exit $?"
-pid=$(cat /var/run/switch_daemon.pid)
+pid=$(cat /var/run/switch_daemon.pid) || exit 1
 echo "pid file $(stat -c '%a %U:%G' /var/run/switch_daemon.pid), exe $(readlink "/proc/$pid/exe")"
 # The monitor loop starts three seconds after the detach, with the start-up
 # announcement; a cable pulled after that is a change it logs.
