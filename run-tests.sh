@@ -8,7 +8,8 @@
 # end-to-end suite on the ARM executable under qemu-user; the end-to-end suite
 # in a virtual machine against a real Linux kernel, on the dynamic and the
 # static executable; the Debian packages (native and armhf) with lintian, and
-# their install, upgrade and purge in a minimal Debian root.
+# their install, upgrade and purge in a minimal Debian root, and that root
+# booted in the VM, where the init script starts and stops the daemon.
 set -eu
 cd "$(dirname "$0")"
 

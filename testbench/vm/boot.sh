@@ -5,7 +5,9 @@
 #                        [--accel auto|kvm|tcg] [--timeout SECONDS] [--] COMMAND
 # COMMAND runs in the current directory (which must be visible in the root),
 # its output comes on this script's standard output, and its exit status is
-# this script's. The kernel comes from testbench/vm/kernel.sh. With
+# this script's. A root other than / (a Debian root with a package installed,
+# say) does not hold this tree: the tree comes read-only at /run/zorvi-tree,
+# and COMMAND runs there, in the same directory of the tree. The kernel comes from testbench/vm/kernel.sh. With
 # --accel auto (the default) KVM is tried when /dev/kvm is there, and the run
 # falls back to TCG when the guest does not come up under KVM within a few
 # seconds (nested KVM can be present and still hang or fail). The line
@@ -51,20 +53,33 @@ cleanup() {
 }
 trap cleanup EXIT
 trap 'exit 130' INT TERM
-pwd >"$job/cwd"
+p9="local,security_model=none,multidevs=remap"
+tree=$(cd "$here/../.." && pwd)
+guest=$here/guest-run.sh
+cwd=$(pwd)
+share_tree=
+if [ "$root" != / ]; then
+    guest=/run/zorvi-tree/testbench/vm/guest-run.sh
+    case $cwd/ in
+        "$tree"/*) cwd=/run/zorvi-tree${cwd#"$tree"} ;;
+        *) cwd=/run/zorvi-tree ;;
+    esac
+    share_tree="-fsdev $p9,id=tree,path=$tree,readonly=on -device virtio-9p-pci,fsdev=tree,mount_tag=tree"
+fi
+echo "$cwd" >"$job/cwd"
 printf '%s\n' "$*" >"$job/command"
 
-p9="local,security_model=none,multidevs=remap"
 # boot ACCEL...: starts qemu in the background, its console in $job/console.
 boot() {
     : >"$job/console"
+    # shellcheck disable=SC2086 # $share_tree is options, or nothing
     $qemu -machine $machine "$@" -m 2048 -smp 1 -nodefaults -no-user-config -no-reboot \
         -display none -serial "file:$job/console" \
         -kernel "$kernel/vmlinuz" -initrd "$kernel/initrd.img" \
-        -append "console=$console loglevel=1 panic=-1 zorvi_guest=$here/guest-run.sh" \
+        -append "console=$console loglevel=1 panic=-1 zorvi_guest=$guest${share_tree:+ zorvi_tree=/run/zorvi-tree}" \
         -fsdev "$p9,id=root,path=$root,readonly=on" -device virtio-9p-pci,fsdev=root,mount_tag=hostroot \
         -fsdev "$p9,id=mod,path=$kernel/lib/modules,readonly=on" -device virtio-9p-pci,fsdev=mod,mount_tag=modules \
-        -fsdev "$p9,id=job,path=$job" -device virtio-9p-pci,fsdev=job,mount_tag=job \
+        -fsdev "$p9,id=job,path=$job" -device virtio-9p-pci,fsdev=job,mount_tag=job $share_tree \
         </dev/null >"$job/qemu.log" 2>&1 &
     qemu_pid=$!
 }
