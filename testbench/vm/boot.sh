@@ -44,6 +44,7 @@ esac
 # shellcheck disable=SC2086
 kernel=$("$here/kernel.sh" $release)
 release=$(basename "$kernel")
+initrd=$kernel/initrd-$(cat "$here/initramfs-init" "$here/kernel.sh" | md5sum | cut -c1-16).img
 
 job=$(mktemp -d /tmp/zorvi-vm.XXXXXX)
 qemu_pid=
@@ -75,7 +76,7 @@ boot() {
     # shellcheck disable=SC2086 # $share_tree is options, or nothing
     $qemu -machine $machine "$@" -m 2048 -smp 1 -nodefaults -no-user-config -no-reboot \
         -display none -serial "file:$job/console" \
-        -kernel "$kernel/vmlinuz" -initrd "$kernel/initrd.img" \
+        -kernel "$kernel/vmlinuz" -initrd "$initrd" \
         -append "console=$console loglevel=1 panic=-1 zorvi_guest=$guest${share_tree:+ zorvi_tree=/run/zorvi-tree}" \
         -fsdev "$p9,id=root,path=$root,readonly=on" -device virtio-9p-pci,fsdev=root,mount_tag=hostroot \
         -fsdev "$p9,id=mod,path=$kernel/lib/modules,readonly=on" -device virtio-9p-pci,fsdev=mod,mount_tag=modules \

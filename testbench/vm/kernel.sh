@@ -7,7 +7,7 @@
 # apt-get download and unpacked under $ZORVI_VM_CACHE (default
 # /var/cache/zorvi-vm/RELEASE); the host's /boot and /lib/modules are not
 # touched. The directory holds vmlinuz, lib/modules/RELEASE with modules.dep,
-# and initrd.img: BusyBox with the modules that mounting the host's tree over
+# and initrd-SUM.img: BusyBox with the modules that mounting the host's tree over
 # virtio 9p needs, and testbench/vm/initramfs-init as /init.
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
@@ -37,12 +37,14 @@ if [ ! -f "$cache/vmlinuz" ] || [ ! -f "$cache/lib/modules/$release/modules.dep"
     depmod -b "$cache" "$release"
     cp "$cache/unpack/boot/config-$release" "$cache/config"
     mv "$cache/unpack/boot/vmlinuz-$release" "$cache/vmlinuz"
-    rm -rf "$cache/unpack" "$cache/initrd.img"
+    rm -rf "$cache/unpack" "$cache"/initrd-*.img
 fi
 
-# The initramfs is made again when this script or its /init changed.
-if [ ! -f "$cache/initrd.img" ] || [ "$here/initramfs-init" -nt "$cache/initrd.img" ] ||
-    [ "$0" -nt "$cache/initrd.img" ]; then
+# The initramfs is named after the contents of this script and its /init
+# (testbench/vm/boot.sh finds it by the same name), so that checkouts of
+# different versions sharing the cache never boot each other's.
+initrd=$cache/initrd-$(cat "$here/initramfs-init" "$here/kernel.sh" | md5sum | cut -c1-16).img
+if [ ! -f "$initrd" ]; then
     tree=$(mktemp -d)
     mkdir -p "$tree/bin" "$tree/modules" "$tree/proc" "$tree/sys" "$tree/dev" "$tree/root" "$tree/job"
     cp "$here/initramfs-init" "$tree/init"
@@ -69,8 +71,8 @@ if [ ! -f "$cache/initrd.img" ] || [ "$here/initramfs-init" -nt "$cache/initrd.i
             fi
         done
     done
-    (cd "$tree" && find . | busybox cpio -o -H newc 2>/dev/null | gzip -1) >"$cache/initrd.img.tmp"
-    mv "$cache/initrd.img.tmp" "$cache/initrd.img"
+    (cd "$tree" && find . | busybox cpio -o -H newc 2>/dev/null | gzip -1) >"$initrd.$$"
+    mv "$initrd.$$" "$initrd"
     rm -rf "$tree"
 fi
 echo "$cache"
