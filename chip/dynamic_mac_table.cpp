@@ -11,15 +11,13 @@
 namespace {
 
 constexpr unsigned DYN_MAC_ENTRIES = 1024;
-constexpr unsigned DYN_READY_POLLS = 100;
 
 // Entry as read: 112 bit 7 = table empty, 112 bits 6-0 and 113 bits 7-5 = the
 // number of valid entries minus 1, 113 bits 4-3 aging time, 113 bits 2-0
-// source port; 114 bit 7 = not ready, 114 bits 6-0 FID; 115 to 120 the MAC.
+// source port; 114 bit 7 = not ready, 114 bits 6-0 FID; then the MAC.
 constexpr unsigned REG_DYN_COUNT_HIGH = 112;
 constexpr unsigned REG_DYN_COUNT_LOW = 113;
 constexpr unsigned REG_DYN_FID = 114;
-constexpr unsigned REG_DYN_MAC_FIRST = 115;
 constexpr std::uint8_t DYN_EMPTY = 0x80;
 constexpr std::uint8_t DYN_NOT_READY = 0x80;
 
@@ -52,17 +50,14 @@ void SwitchReadDynMacTable(int fd) {
         const std::uint8_t low = hw_read_byte(fd, REG_DYN_COUNT_LOW);
         if (entry >= valid_entries(high, low))
             break;
-        std::uint8_t fid_byte = DYN_NOT_READY;
-        for (unsigned poll = 0; poll < DYN_READY_POLLS && ((fid_byte & DYN_NOT_READY) != 0); ++poll)
-            fid_byte = hw_read_byte(fd, REG_DYN_FID);
+        const std::uint8_t fid_byte = table_poll_ready(fd, REG_DYN_FID, DYN_NOT_READY, 0);
         if ((fid_byte & DYN_NOT_READY) != 0) {
             std::printf("%s: This MAC entry (%d) is not ready for read\n", "SwitchReadDynMacTable",
                         static_cast<int>(entry));
             continue;
         }
-        std::uint8_t mac[6];
-        for (unsigned i = 0; i < 6; ++i)
-            mac[i] = hw_read_byte(fd, REG_DYN_MAC_FIRST + i);
+        std::uint8_t mac[MAC_BYTES];
+        table_read_mac(fd, mac);
         char ports[9];
         format_source_port(low & 0x07U, ports);
         std::printf("%4d   ", static_cast<int>(entry));

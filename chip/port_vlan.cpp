@@ -95,11 +95,3 @@ void SwitchShowVlanInfo(int fd) {
     print_flag_rows(flag_lines, gDrvCtrl->port_vlan);
     std::printf("VLAN 802.1Q          : %s\n", on_off_text[gDrvCtrl->vlan_8021q]);
 }
-
-int vlandefvid_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!cli_take_tokens(*argc, argv, 2, usage_index))
-        return 1;
-    SwitchSetPortDefaultVid(fd, cli_port_index(argv[0]),
-                            static_cast<std::uint16_t>(cli_number(argv[1], 10)));
-    return cli_handler_done(*argc, argv);
-}

@@ -17,7 +17,6 @@
 
 namespace {
 
-constexpr std::int32_t LAST_QUEUE = 3;
 constexpr std::int32_t LAST_PRIORITY = 7;
 constexpr std::int32_t LAST_TOS = 63;
 
@@ -28,8 +27,7 @@ constexpr std::uint8_t SPLIT_SUMMARY = 0x08;
 
 // Register 16p + 16.
 constexpr std::uint8_t PORT_CTRL_SPLIT_CLEAR = 0x01;
-constexpr std::uint8_t BASE_QUEUE_MASK = 0x18;
-constexpr unsigned BASE_QUEUE_SHIFT = 3;
+constexpr RegField BASE_QUEUE{0x18, 3};
 constexpr std::uint8_t DOT1P = 0x20;
 constexpr std::uint8_t DIFFSERV = 0x40;
 // Register 16p + 177.
@@ -42,13 +40,13 @@ constexpr unsigned port_ctrl_reg(std::uint32_t p) {
     return port_reg(p, PORT_CTRL_OFFSET);
 }
 constexpr unsigned split_reg(std::uint32_t p) {
-    return 16 * p + 177;
+    return port_reg(p, 177);
 }
 constexpr unsigned wfq_first_reg(std::uint32_t p) {
-    return 16 * p + 178;
+    return port_reg(p, 178);
 }
 constexpr unsigned wfq_last_reg(std::uint32_t p) {
-    return 16 * p + 181;
+    return port_reg(p, 181);
 }
 
 // The queue, priority and TOS numbers come from strtoul, which takes a
@@ -115,7 +113,7 @@ void map_to_queue(int fd, const QueueMap &map, std::int32_t value, std::int32_t 
 void read_port_qos(int fd, std::uint32_t p, PortQosRow &row) {
     row.split_4q = (hw_read_byte(fd, split_reg(p)) & SPLIT_4Q) != 0 ? 1 : 0;
     const std::uint8_t ctrl = hw_read_byte(fd, port_ctrl_reg(p));
-    row.base_queue = static_cast<std::uint8_t>((ctrl & BASE_QUEUE_MASK) >> BASE_QUEUE_SHIFT);
+    row.base_queue = BASE_QUEUE.get(ctrl);
     row.dot1p = (ctrl & DOT1P) != 0 ? 1 : 0;
     row.diffserv = (ctrl & DIFFSERV) != 0 ? 1 : 0;
     // Fair queueing is on only when all four queue registers say so.
@@ -186,10 +184,9 @@ void SwitchSetPortBaseQueue(int fd, std::uint32_t p, std::int32_t flag, std::int
     // The queue is checked even when the mapping is being switched off.
     if (!queue_is_valid(q))
         return;
-    unsigned value = hw_read_byte(fd, port_ctrl_reg(p)) & ~unsigned{BASE_QUEUE_MASK};
-    if (flag == 1)
-        value |= static_cast<unsigned>(q) << BASE_QUEUE_SHIFT;
-    hw_write_byte(fd, port_ctrl_reg(p), value);
+    const unsigned value = hw_read_byte(fd, port_ctrl_reg(p));
+    hw_write_byte(fd, port_ctrl_reg(p),
+                  BASE_QUEUE.with(value, flag == 1 ? static_cast<unsigned>(q) : 0));
 }
 
 void SwitchSetPortDiffServ(int fd, std::uint32_t p, std::int32_t flag) {

@@ -16,9 +16,7 @@
 namespace {
 
 constexpr std::uint32_t ALL_PORTS = 255;
-constexpr std::uint8_t LAST_QUEUE = 3;
 constexpr std::uint8_t ALL_QUEUES = 255;
-constexpr int QUEUES = 4;
 
 constexpr std::int32_t MIN_RATE_KBPS = 64;
 constexpr std::int32_t MAX_RATE_KBPS = 102400;
@@ -33,15 +31,14 @@ constexpr std::uint8_t RATE_CODE_MASK = 0x7F;
 
 // Register 16p + 182.
 constexpr std::uint8_t RX_FLOW_CONTROL = 0x10;
-constexpr std::uint8_t LIMIT_MODE_MASK = 0x0C;
-constexpr unsigned LIMIT_MODE_SHIFT = 2;
+constexpr RegField LIMIT_MODE{0x0C, 2};
 constexpr std::uint32_t LAST_LIMIT_MODE = 3;
 
 constexpr unsigned limit_ctrl_reg(std::uint32_t p) {
-    return 16 * p + 182;
+    return port_reg(p, 182);
 }
 constexpr unsigned rate_reg(unsigned base, std::uint32_t p, unsigned q) {
-    return 16 * p + base + q;
+    return port_reg(p, base + q);
 }
 
 struct Range {
@@ -153,7 +150,7 @@ constexpr std::array<FlagLine<RateQueueRow>, 2> enable_lines{{
 }};
 
 void read_port_rates(int fd, std::uint32_t p, PortRateRow &row) {
-    for (unsigned q = 0; q < QUEUES; ++q) {
+    for (unsigned q = 0; q < PORT_QUEUES; ++q) {
         RateQueueRow &queue = row.queue[q];
         queue.tx_rate = hw_read_byte(fd, rate_reg(EGRESS_BASE, p, q)) & RATE_CODE_MASK;
         queue.rx_rate = hw_read_byte(fd, rate_reg(INGRESS_BASE, p, q)) & RATE_CODE_MASK;
@@ -163,8 +160,7 @@ void read_port_rates(int fd, std::uint32_t p, PortRateRow &row) {
     // Flow control and the limit mode belong to the port; kept in queue row 0.
     const std::uint8_t ctrl = hw_read_byte(fd, limit_ctrl_reg(p));
     row.queue[0].rx_flow_control = (ctrl & RX_FLOW_CONTROL) != 0 ? 1 : 0;
-    row.queue[0].rx_limit_mode =
-        static_cast<std::uint8_t>((ctrl & LIMIT_MODE_MASK) >> LIMIT_MODE_SHIFT);
+    row.queue[0].rx_limit_mode = LIMIT_MODE.get(ctrl);
 }
 
 // "<label>(Q<q>) : " and the rate of queue q of each column in Kbps.
@@ -235,8 +231,7 @@ void SwitchSetRxLimitMode(int fd, std::uint32_t p, std::uint32_t mode) {
         return;
     }
     const unsigned value = hw_read_byte(fd, limit_ctrl_reg(p));
-    hw_write_byte(fd, limit_ctrl_reg(p),
-                  (value & ~unsigned{LIMIT_MODE_MASK}) | (mode << LIMIT_MODE_SHIFT));
+    hw_write_byte(fd, limit_ctrl_reg(p), LIMIT_MODE.with(value, mode));
 }
 
 void SwitchShowRateInfo(int fd) {
@@ -249,10 +244,10 @@ void SwitchShowRateInfo(int fd) {
     const PortRateRow *rows = gDrvCtrl->port_rate;
     print_info_heading("\n                         Port :        %s\n");
     for (const RateLine &line : rate_lines)
-        for (int q = 0; q < QUEUES; ++q)
+        for (int q = 0; q < PORT_QUEUES; ++q)
             print_rate_line(line, q, rows);
     for (const FlagLine<RateQueueRow> &line : enable_lines)
-        for (int q = 0; q < QUEUES; ++q)
+        for (int q = 0; q < PORT_QUEUES; ++q)
             print_enable_line(line, q, rows);
     std::fputs("Receive flow control          : ", stdout);
     for (int c = 1; c <= 4; ++c)
@@ -266,20 +261,4 @@ void SwitchShowRateInfo(int fd) {
 
 std::uint8_t rate_queue_arg(std::uint16_t argc, char **argv) {
     return argc > 2 ? static_cast<std::uint8_t>(cli_number(argv[2], 10)) : ALL_QUEUES;
-}
-
-int raterxflow_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!cli_take_tokens(*argc, argv, 2, usage_index))
-        return 1;
-    // A third token is cut by the parser and has no meaning here.
-    SwitchSetRxFlowControl(fd, cli_int(argv[1]), cli_port_index(argv[0]));
-    return cli_handler_done(*argc, argv);
-}
-
-int ratemode_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    if (!cli_take_tokens(*argc, argv, 2, usage_index))
-        return 1;
-    SwitchSetRxLimitMode(fd, cli_port_index(argv[0]),
-                         static_cast<std::uint32_t>(cli_number(argv[1], 10)));
-    return cli_handler_done(*argc, argv);
 }

@@ -41,9 +41,6 @@ void SwitchSetRxFlowControl(int fd, std::int32_t flag, std::uint32_t p);
 void SwitchSetRxLimitMode(int fd, std::uint32_t p, std::uint32_t mode);
 void SwitchShowRateInfo(int fd);
 
-int raterxflow_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd);
-int ratemode_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd);
-
 // Q# cut to its low 8 bits, so that 256 means queue 0; omitted, all queues.
 std::uint8_t rate_queue_arg(std::uint16_t argc, char **argv);
 
@@ -56,8 +53,24 @@ int rate_handler(std::uint16_t *argc, char **argv, std::uint16_t usage_index, in
     return cli_handler_done(*argc, argv);
 }
 
-// SwitchSetTxRate and SwitchSetRxRate take the flag before the port.
-template <void (*Operation)(int, std::int32_t, std::uint32_t, std::uint8_t)>
-void flag_first(int fd, std::uint32_t p, std::int32_t flag, std::uint8_t q) {
-    Operation(fd, flag, p, q);
-}
+// SwitchSetTxRate, SwitchSetRxRate and SwitchSetRxFlowControl take the flag
+// before the port: flag_first<SwitchSetTxRate> takes the port first.
+template <auto Operation> struct FlagFirst;
+
+template <typename... Rest, void (*Operation)(int, std::int32_t, std::uint32_t, Rest...)>
+struct FlagFirst<Operation> {
+    static void run(int fd, std::uint32_t p, std::int32_t flag, Rest... rest) {
+        Operation(fd, flag, p, rest...);
+    }
+};
+
+template <auto Operation> inline constexpr auto flag_first = &FlagFirst<Operation>::run;
+
+inline constexpr CliHandler rateconftx_cmd = rate_handler<SwitchConfigTxRate>;
+inline constexpr CliHandler rateconfrx_cmd = rate_handler<SwitchConfigRxRate>;
+inline constexpr CliHandler ratetx_cmd = rate_handler<flag_first<SwitchSetTxRate>>;
+inline constexpr CliHandler raterx_cmd = rate_handler<flag_first<SwitchSetRxRate>>;
+// A third token is cut by the parser and has no meaning here.
+inline constexpr CliHandler raterxflow_cmd = port_value_handler<flag_first<SwitchSetRxFlowControl>>;
+inline constexpr CliHandler ratemode_cmd = port_value_handler<SwitchSetRxLimitMode>;
+inline constexpr CliHandler rateinfo_cmd = no_args_handler<SwitchShowRateInfo>;

@@ -14,7 +14,6 @@
 namespace {
 
 constexpr unsigned STATIC_MAC_ROWS = 32;
-constexpr unsigned MAC_BYTES = 6;
 
 // A static row spans registers 113 to 120. The chip reads it back in another
 // layout than it is written in: on a read, FID sits in bits 7-1 of 113 and
@@ -22,7 +21,6 @@ constexpr unsigned MAC_BYTES = 6;
 // of 114. Override, valid and the port mask share register 114 in both.
 constexpr unsigned REG_STATIC_FID = 113;
 constexpr unsigned REG_STATIC_FLAGS = 114;
-constexpr unsigned REG_STATIC_MAC_FIRST = 115;
 constexpr std::uint8_t STATIC_WRITE_USE_FID = 0x80;
 constexpr std::uint8_t STATIC_OVERRIDE = 0x40;
 constexpr std::uint8_t STATIC_VALID = 0x20;
@@ -36,8 +34,7 @@ std::uint32_t HardwareReadStaticMac(int fd, unsigned row, std::uint8_t *mac, std
     table_read_start(fd, TABLE_STATIC_MAC, row);
     const std::uint8_t fid_byte = hw_read_byte(fd, REG_STATIC_FID);
     const std::uint8_t flags = hw_read_byte(fd, REG_STATIC_FLAGS);
-    for (unsigned i = 0; i < MAC_BYTES; ++i)
-        mac[i] = hw_read_byte(fd, REG_STATIC_MAC_FIRST + i);
+    table_read_mac(fd, mac);
     *fid = static_cast<std::uint8_t>(fid_byte >> 1);
     *use_fid = fid_byte & 0x01U;
     *override = (flags & STATIC_OVERRIDE) != 0 ? 1U : 0U;
@@ -58,8 +55,7 @@ void HardwareWriteStaticMac(int fd, unsigned row, const std::uint8_t *mac, std::
         flags |= STATIC_WRITE_USE_FID;
     hw_write_byte(fd, REG_STATIC_FID, fid & 0x7FU);
     hw_write_byte(fd, REG_STATIC_FLAGS, flags);
-    for (unsigned i = 0; i < MAC_BYTES; ++i)
-        hw_write_byte(fd, REG_STATIC_MAC_FIRST + i, mac[i]);
+    table_write_mac(fd, mac);
     table_write_commit(fd, TABLE_STATIC_MAC, row);
 }
 
@@ -163,13 +159,8 @@ int macadd_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int 
     parse_mac_text(argv[0], mac);
     const auto port_index = cli_port_index(argv[1]);
     const auto override = static_cast<std::uint32_t>(cli_number(argv[2], 16));
-    std::uint8_t fid = 0;
-    std::uint32_t use_fid = 0;
-    if (*argc >= 4) {
-        fid = static_cast<std::uint8_t>(cli_number(argv[3], 10));
-        use_fid = 1;
-    }
-    SwitchAddStaticMac(fd, mac, port_index, override, fid, use_fid);
+    const std::uint32_t use_fid = *argc >= 4 ? 1 : 0;
+    SwitchAddStaticMac(fd, mac, port_index, override, cli_fid_or_0(*argc, argv, 3), use_fid);
     return cli_handler_done(*argc, argv);
 }
 
@@ -184,10 +175,8 @@ int macdel_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int 
         all = 1;
     } else {
         parse_mac_text(argv[0], mac);
-        if (*argc >= 2) {
-            fid = static_cast<std::uint8_t>(cli_number(argv[1], 10));
-            ignore_fid = 0;
-        }
+        fid = cli_fid_or_0(*argc, argv, 1);
+        ignore_fid = *argc >= 2 ? 0 : 1;
     }
     SwitchDelStaticMac(fd, mac, fid, ignore_fid, all);
     return cli_handler_done(*argc, argv);

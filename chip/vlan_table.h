@@ -1,6 +1,8 @@
 // The chip's 4096-row VLAN table: display, create, delete, and ports of a row.
 #pragma once
 
+#include "console/cli_handler.h"
+
 #include <cstdint>
 
 void SwitchShowVlanTable(int fd, std::int32_t first, std::int32_t count);
@@ -15,4 +17,6 @@ int vlancreate_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, 
 int vlandel_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd);
 // vlanaddport (Add 1) and vlandelport (Add 0): <vid> <Port> [<fid>].
 template <std::uint32_t Add>
-int vlan_port_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd);
+int vlan_port_handler(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd);
+inline constexpr CliHandler vlanaddport_cmd = vlan_port_handler<1>;
+inline constexpr CliHandler vlandelport_cmd = vlan_port_handler<0>;

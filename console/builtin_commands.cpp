@@ -34,11 +34,8 @@ int exit_cmd(std::uint16_t * /*argc*/, char ** /*argv*/, std::uint16_t /*usage_i
 }
 
 int hwreadb_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    cli_echo_tokens(*argc, argv, false);
-    if (*argc < 1) {
-        cli_usage(usage_index);
+    if (!cli_take_tokens(*argc, argv, 1, usage_index, false))
         return 1;
-    }
     // The number is shown as given; only its low 8 bits reach the chip.
     const unsigned long reg = cli_number(argv[0], REGISTER_BASE);
     const std::uint8_t value = hw_read_byte(fd, static_cast<unsigned int>(reg));
@@ -47,11 +44,8 @@ int hwreadb_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int
 }
 
 int hwwriteb_cmd(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd) {
-    cli_echo_tokens(*argc, argv, false);
-    if (*argc < 2) {
-        cli_usage(usage_index);
+    if (!cli_take_tokens(*argc, argv, 2, usage_index, false))
         return 1;
-    }
     const unsigned long reg = cli_number(argv[0], REGISTER_BASE);
     const unsigned long value = cli_number(argv[1], REGISTER_BASE);
     hw_write_byte(fd, static_cast<unsigned int>(reg), static_cast<unsigned int>(value & 0xFF));

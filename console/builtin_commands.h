@@ -2,6 +2,8 @@
 // register commands.
 #pragma once
 
+#include "console/cli_handler.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -22,11 +24,15 @@ template <std::size_t N> struct HandlerName {
 };
 
 // The word and dword register commands, which this chip does not support:
-// their message, and 0 for the usage line. unsupported_cmd<"hwreadw_cmd">
-// is the handler of rrw.
+// their message, and 0 for the usage line.
 template <HandlerName Name>
-int unsupported_cmd(std::uint16_t * /*argc*/, char ** /*argv*/, std::uint16_t /*usage_index*/,
-                    int /*fd*/) {
+int unsupported_handler(std::uint16_t * /*argc*/, char ** /*argv*/, std::uint16_t /*usage_index*/,
+                        int /*fd*/) {
     std::printf("%s not supported\n", Name.text);
     return 0;
 }
+
+inline constexpr CliHandler hwreadw_cmd = unsupported_handler<"hwreadw_cmd">;
+inline constexpr CliHandler hwreadl_cmd = unsupported_handler<"hwreadl_cmd">;
+inline constexpr CliHandler hwwritew_cmd = unsupported_handler<"hwwritew_cmd">;
+inline constexpr CliHandler hwwritel_cmd = unsupported_handler<"hwwritel_cmd">;

@@ -26,8 +26,8 @@ unsigned long cli_number(const char *token, int base) {
 }
 
 bool cli_take_tokens(std::uint16_t argc, char **argv, std::uint16_t needed,
-                     std::uint16_t usage_index) {
-    cli_echo_tokens(argc, argv, true);
+                     std::uint16_t usage_index, bool with_argc) {
+    cli_echo_tokens(argc, argv, with_argc);
     if (argc < needed) {
         cli_usage(usage_index);
         return false;
@@ -45,4 +45,8 @@ std::int32_t cli_int(const char *token) {
 
 std::int32_t cli_int_or(std::uint16_t argc, char **argv, std::uint16_t at, std::int32_t fallback) {
     return argc > at ? cli_int(argv[at]) : fallback;
+}
+
+std::uint8_t cli_fid_or_0(std::uint16_t argc, char **argv, std::uint16_t at) {
+    return static_cast<std::uint8_t>(cli_int_or(argc, argv, at, 0));
 }

@@ -1,8 +1,10 @@
 // The console's command table: each command word with the most tokens cut for
-// it and its handler. A handler is either a function of the command's own
-// (help_cmd, qoswfq_cmd, ...) or a handler shape named with the chip operation
-// it calls (port_value_handler<SwitchSetPortDot1p>). The usage index of a row
-// follows from its position: the usage lines stand in the same order.
+// it and its handler, <word>_cmd (the register commands rrb to rwl: hwreadb_cmd
+// to hwwritel_cmd). A handler is declared beside its chip operation in the
+// feature's header: either a function of the command's own (qoswfq_cmd) or a
+// constant naming a handler shape with the operation it calls (qosdot1p_cmd =
+// port_value_handler<SwitchSetPortDot1p> in chip/qos.h). The usage index of a
+// row follows from its position: the usage lines stand in the same order.
 #include "console/command_table.h"
 
 #include "chip/mac_tables.h"
@@ -31,51 +33,51 @@ constexpr CommandRow command_rows[] = {
     {"help",              0, help_cmd},
     {"exit",              0, exit_cmd},
     {"rrb",               1, hwreadb_cmd},
-    {"rrw",               1, unsupported_cmd<"hwreadw_cmd">},
-    {"rrl",               1, unsupported_cmd<"hwreadl_cmd">},
+    {"rrw",               1, hwreadw_cmd},
+    {"rrl",               1, hwreadl_cmd},
     {"rwb",               2, hwwriteb_cmd},
-    {"rww",               2, unsupported_cmd<"hwwritew_cmd">},
-    {"rwl",               2, unsupported_cmd<"hwwritel_cmd">},
+    {"rww",               2, hwwritew_cmd},
+    {"rwl",               2, hwwritel_cmd},
     {"showmib",           1, showmib_cmd},
-    {"clearmib",          0, no_args_handler<SwitchClearMIBCounter>},
-    {"macdyn",            0, no_args_handler<SwitchReadDynMacTable>},
-    {"macstatic",         0, no_args_handler<SwitchReadStaticMacTable>},
+    {"clearmib",          0, clearmib_cmd},
+    {"macdyn",            0, macdyn_cmd},
+    {"macstatic",         0, macstatic_cmd},
     {"macadd",            4, macadd_cmd},
     {"macdel",            2, macdel_cmd},
     {"vlan",              2, vlan_cmd},
     {"vlancreate",        2, vlancreate_cmd},
     {"vlandel",           2, vlandel_cmd},
-    {"vlanaddport",       3, vlan_port_cmd<1>},
-    {"vlandelport",       3, vlan_port_cmd<0>},
+    {"vlanaddport",       3, vlanaddport_cmd},
+    {"vlandelport",       3, vlandelport_cmd},
     {"vlandefvid",        2, vlandefvid_cmd},
-    {"vlanenable",        0, no_args_handler<fixed_last<SwitchSet8021Q, 1>>},
-    {"vlandisable",       0, no_args_handler<fixed_last<SwitchSet8021Q, 0>>},
-    {"vlanenabletag",     2, port_value_handler<fixed_last<SwitchSetPortVlanTag, 1>>},
-    {"vlandisabletag",    2, port_value_handler<fixed_last<SwitchSetPortVlanTag, 0>>},
-    {"vlaningressfilter", 2, port_value_handler<SwitchSetPortIngressFilter>},
-    {"vlandiscardnonvid", 2, port_value_handler<SwitchSetPortDiscardNonVid>},
-    {"vlaninfo",          0, no_args_handler<SwitchShowVlanInfo>},
+    {"vlanenable",        0, vlanenable_cmd},
+    {"vlandisable",       0, vlandisable_cmd},
+    {"vlanenabletag",     2, vlanenabletag_cmd},
+    {"vlandisabletag",    2, vlandisabletag_cmd},
+    {"vlaningressfilter", 2, vlaningressfilter_cmd},
+    {"vlandiscardnonvid", 2, vlandiscardnonvid_cmd},
+    {"vlaninfo",          0, vlaninfo_cmd},
     {"qoswfq",            2, qoswfq_cmd},
-    {"qossplitq",         2, port_value_handler<SwitchSetPortSplitQueue>},
-    {"qostag2q",          2, queue_map_handler<SwitchMapTagToQueue>},
-    {"qostos2q",          2, queue_map_handler<SwitchMapTosToQueue>},
+    {"qossplitq",         2, qossplitq_cmd},
+    {"qostag2q",          2, qostag2q_cmd},
+    {"qostos2q",          2, qostos2q_cmd},
     {"qosportbase",       3, qosportbase_cmd},
-    {"qosdiffserv",       2, port_value_handler<SwitchSetPortDiffServ>},
-    {"qosdot1p",          2, port_value_handler<SwitchSetPortDot1p>},
-    {"qosinfo",           0, no_args_handler<SwitchShowQosInfo>},
-    {"mirrortx",          2, port_value_handler<SwitchSetPortMirrorTx>},
-    {"mirrorrx",          2, port_value_handler<SwitchSetPortMirrorRx>},
-    {"sniffer",           2, port_value_handler<SwitchSetPortSniffer>},
+    {"qosdiffserv",       2, qosdiffserv_cmd},
+    {"qosdot1p",          2, qosdot1p_cmd},
+    {"qosinfo",           0, qosinfo_cmd},
+    {"mirrortx",          2, mirrortx_cmd},
+    {"mirrorrx",          2, mirrorrx_cmd},
+    {"sniffer",           2, sniffer_cmd},
     {"sniffmode",         1, sniffmode_cmd},
-    {"mirrorinfo",        0, no_args_handler<SwitchShowMirrorInfo>},
-    {"rateconftx",        3, rate_handler<SwitchConfigTxRate>},
-    {"rateconfrx",        3, rate_handler<SwitchConfigRxRate>},
-    {"ratetx",            3, rate_handler<flag_first<SwitchSetTxRate>>},
-    {"raterx",            3, rate_handler<flag_first<SwitchSetRxRate>>},
+    {"mirrorinfo",        0, mirrorinfo_cmd},
+    {"rateconftx",        3, rateconftx_cmd},
+    {"rateconfrx",        3, rateconfrx_cmd},
+    {"ratetx",            3, ratetx_cmd},
+    {"raterx",            3, raterx_cmd},
     // The usage line shows two arguments; a third token is cut and ignored.
     {"raterxflow",        3, raterxflow_cmd},
     {"ratemode",          2, ratemode_cmd},
-    {"rateinfo",          0, no_args_handler<SwitchShowRateInfo>},
+    {"rateinfo",          0, rateinfo_cmd},
 };
 // clang-format on
 

@@ -1,12 +1,10 @@
 // The console's command table: one row per command word.
 #pragma once
 
+#include "console/cli_handler.h"
+
 #include <array>
 #include <cstdint>
-
-// A handler gets the token count, the tokens, its usage row and the console
-// descriptor; it returns 0 to have its usage line printed, nonzero otherwise.
-using CliHandler = int (*)(std::uint16_t *argc, char **argv, std::uint16_t usage_index, int fd);
 
 struct CliCommand {
     const char *name;

@@ -2,10 +2,14 @@
 
 A Bench owns one sandbox (see testbench/README.md) and, created on first use,
 one PID + mount + network namespace in which every process of the test runs.
+With ZORVI_BENCH=vm (set by testbench/vm/run-e2e.sh inside the VM) the board
+is the VM's kernel: the programs run without the preload library, and the
+sandbox's chip answers through the zorvi_chip module and the chip server.
 Standard library only.
 """
 
 import collections
+import contextlib
 import os
 import signal
 import subprocess
@@ -17,7 +21,15 @@ BUILD = Path(os.environ.get("SWITCH_BUILD_DIR", REPO / "build")).resolve()
 BENCH_DIR = BUILD / "testbench"
 BENCHCTL = BENCH_DIR / "benchctl"
 PRELOAD = BENCH_DIR / "libzorvibench.so"
+CHIP_SERVER = BENCH_DIR / "chip_server"
 SWITCH_CONFIG = BUILD / "switch_config"
+VM = os.environ.get("ZORVI_BENCH") == "vm"
+
+# In the VM the test's mount namespace has the sandbox's files at the board's
+# fixed paths: the board's cpuinfo over the VM's own, the pid files' and the
+# suppression file's directories, and the chip server's syslog socket.
+VM_BINDS = [("proc/cpuinfo", "/proc/cpuinfo"), ("var/run", "/var/run"), ("tmp/zorvi", "/tmp/zorvi"),
+            ("log", "/dev/log")]
 
 Event = collections.namedtuple("Event", "kind pid args raw")
 XferEvent = collections.namedtuple("XferEvent", "pid op reg val bpw rx len ok raw")
@@ -64,7 +76,7 @@ class Proc:
         return self.bench.ns_kill(self.nspid, sig)
 
     def wait(self, timeout=10):
-        return self.popen.wait(timeout)
+        return self.popen.wait(timeout * WAIT_FACTOR)
 
     def output(self):
         """What the process wrote to stdout so far (when not redirected)."""
@@ -74,10 +86,16 @@ class Proc:
         return self.err_path.read_text(errors="replace") if self.err_path else ""
 
 
-def wait_for(predicate, timeout=5.0, interval=0.01):
-    """Polls predicate until it gives a true value or timeout seconds pass;
-    returns its last value (false on timeout)."""
-    deadline = time.monotonic() + timeout
+# In the VM (one virtual CPU, emulated when KVM is missing) the programs
+# really sleep and share the CPU with the test's polling: waits there poll
+# less often and give up later, and so do the runs of programs.
+WAIT_INTERVAL, WAIT_FACTOR = (0.05, 3) if VM else (0.01, 1)
+
+
+def wait_for(predicate, timeout=5.0, interval=WAIT_INTERVAL):
+    """Polls predicate until it gives a true value or timeout seconds (times
+    WAIT_FACTOR) pass; returns its last value (false on timeout)."""
+    deadline = time.monotonic() + timeout * WAIT_FACTOR
     while True:
         value = predicate()
         if value or time.monotonic() >= deadline:
@@ -127,10 +145,28 @@ class Bench:
         self._holder_popen = None
         self._popens = []
         self._spawned = 0
-        for f in (BENCHCTL, PRELOAD):
+        self._server = None
+        # What the program does inside itself (opens, ioctls, sleeps, the
+        # bytes it writes to GPIO files, openlog) is seen only by the preload
+        # library; the VM's kernel shows transfers, levels and syslog lines.
+        self.sees_calls = not VM
+        for f in (BENCHCTL, CHIP_SERVER if VM else PRELOAD):
             if not f.exists():
                 raise RuntimeError(f"{f} missing: build the testbench (cmake --build build)")
         self.ctl("init", "--board", board, "--time-scale", str(time_scale))
+        if VM:
+            self._start_server()
+
+    def _start_server(self):
+        ready = self.tmp / f"server-{self.board}.ready"
+        self._server = subprocess.Popen([str(CHIP_SERVER), str(self.sb), str(ready)],
+                                        stdin=subprocess.DEVNULL, stderr=subprocess.PIPE)
+        if not wait_for(ready.exists, timeout=20):
+            self._server.kill()
+            raise RuntimeError(f"chip server did not start: {self._server.communicate()[1].decode()}")
+        for target in ("/tmp/zorvi", "/dev/log"):
+            if not os.path.exists(target):
+                Path(target).mkdir() if target == "/tmp/zorvi" else Path(target).touch()
 
     # -- namespace ----------------------------------------------------------
 
@@ -138,8 +174,9 @@ class Bench:
         if self._holder is not None:
             return
         ready = self.tmp / f"holder-{self.board}.ready"
+        binds = [f"{self.sb / src}:{dst}" for src, dst in VM_BINDS] if VM else []
         self._holder_popen = subprocess.Popen(
-            ["unshare", "--pid", "--fork", "--mount-proc", "--net", str(BENCHCTL), "holder", str(ready)],
+            ["unshare", "--pid", "--fork", "--mount-proc", "--net", str(BENCHCTL), "holder", str(ready)] + binds,
             stdin=subprocess.DEVNULL,
             stdout=subprocess.DEVNULL,
             stderr=subprocess.PIPE,
@@ -162,6 +199,10 @@ class Bench:
 
     def _env(self):
         env = dict(os.environ)
+        if VM:  # nothing of the bench in the program's environment
+            for name in ("LD_PRELOAD", "ZORVI_SANDBOX", "ZORVI_BENCH_PRELOAD", "ZORVI_REAL_SYSLOG"):
+                env.pop(name, None)
+            return env
         # The qemu-user run (testbench/qemu/run-e2e.sh) names the library with
         # "$LIB", which the host's and the emulated board's dynamic loaders
         # each expand to their own library directory.
@@ -217,7 +258,7 @@ class Bench:
             self._nsenter() + list(cmd_list),
             stdin=subprocess.DEVNULL,
             capture_output=True,
-            timeout=timeout,
+            timeout=timeout * WAIT_FACTOR,
         )
         return Result(p.returncode, p.stdout, p.stderr)
 
@@ -267,7 +308,7 @@ class Bench:
                 env=self._env(),
             )
             try:
-                p.communicate(stdin if stdin is not None else b"", timeout=timeout)
+                p.communicate(stdin if stdin is not None else b"", timeout=timeout * WAIT_FACTOR)
             except subprocess.TimeoutExpired:
                 p.kill()
                 p.wait()
@@ -315,8 +356,16 @@ class Bench:
         return Proc(self, popen, nspid, out_path, err_path)
 
     def close(self):
-        """Ends everything in the namespace."""
+        """Ends everything in the namespace: SIGTERM first, so that each
+        process may end by itself (a process of the coverage build writes its
+        data then), then SIGKILL to the namespace's first process, which takes
+        whatever is left with it."""
         if self._holder is not None:
+            for host, nspid, _ in self._ns_procs():
+                if nspid != 1:
+                    with contextlib.suppress(ProcessLookupError):
+                        os.kill(host, signal.SIGTERM)
+            wait_for(lambda: all(nspid == 1 for _, nspid, _ in self._ns_procs()), timeout=2)
             try:
                 os.kill(self._holder, signal.SIGKILL)
             except ProcessLookupError:
@@ -339,6 +388,11 @@ class Bench:
         self._holder = None
         self._holder_popen = None
         self._popens = []
+        if self._server is not None:
+            self._server.kill()
+            self._server.wait(10)
+            self._server.stderr.close()
+            self._server = None
 
     # -- the chip --------------------------------------------------------------
 
@@ -354,6 +408,10 @@ class Bench:
 
     def peek(self, reg):
         return int(self.ctl("peek", reg))
+
+    def regs(self):
+        """All 256 registers, as stored."""
+        return [int(v) for v in self.ctl("regs").split()]
 
     def poke(self, reg, val):
         self.ctl("poke", reg, val)
@@ -412,7 +470,10 @@ class Bench:
         return bytes.fromhex(self.ctl("vlanraw", addr).strip())
 
     def timescale(self, n):
+        """Makes the program's sleeps n times shorter; returns the scale in
+        force, which is 1 in the VM, where the program really sleeps."""
         self.ctl("timescale", n)
+        return 1 if VM else n
 
     def log(self, on):
         self.ctl("log", "on" if on else "off")
@@ -420,7 +481,10 @@ class Bench:
     # -- files and events ------------------------------------------------------
 
     def path(self, fixed_path):
-        """The sandbox file that stands for a fixed path of the board."""
+        """The file that is a fixed path of the board: in the sandbox, but
+        for the kernel's own device and GPIO files in the VM."""
+        if VM and str(fixed_path).startswith(("/dev/spidev", "/sys/")):
+            return Path(fixed_path)
         return self.sb / str(fixed_path).lstrip("/")
 
     def events(self):
@@ -470,6 +534,11 @@ class Bench:
 
     def syslog(self):
         return [(int(e.args[0]), _unescape(e.args[1] if len(e.args) > 1 else "")) for e in self.events() if e.kind == "syslog"]
+
+    def levels(self, pid=None):
+        """(line, level) of every level driven on a GPIO line, in order."""
+        return [(int(e.args[0]), int(e.args[1])) for e in self.events()
+                if e.kind == "level" and (pid is None or e.pid == pid)]
 
     def gpio_writes(self):
         """(path, bytes) of every write to a GPIO file, failed ones included."""

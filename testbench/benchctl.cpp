@@ -5,6 +5,7 @@
 // Every command is one row of kCommands; see testbench/README.md.
 #include "bench_state.h"
 #include "chip_model.h"
+#include "vm/kernel_side.h"
 
 #include <cerrno>
 #include <csignal>
@@ -15,6 +16,7 @@
 #include <string>
 #include <sys/file.h>
 #include <sys/mman.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -39,7 +41,7 @@ unsigned long num(const char *text, unsigned long max) {
     char *end = nullptr;
     errno = 0;
     unsigned long v = std::strtoul(text, &end, 0);
-    if (errno || !end || *end || end == text || text[0] == '-' || v > max)
+    if (errno || end == nullptr || *end != '\0' || end == text || text[0] == '-' || v > max)
         die("bad number: %s", text);
     return v;
 }
@@ -54,13 +56,14 @@ void parse_mac(const char *text, uint8_t mac[6]) {
         mac[i] = static_cast<uint8_t>(b[i]);
 }
 
+// Every command that names a path in the sandbox runs with one (main checks).
 std::string path_in(const Ctl &c, const char *rel) {
-    return std::string(c.sb) + rel;
+    return std::string(c.sb != nullptr ? c.sb : "") + rel;
 }
 
 void write_file(const std::string &path, const char *text) {
     FILE *f = std::fopen(path.c_str(), "w");
-    if (!f)
+    if (f == nullptr)
         die("cannot write %s", path.c_str());
     std::fputs(text, f);
     std::fclose(f);
@@ -121,7 +124,7 @@ int cmd_init(Ctl &c, int argc, char **argv) {
             else
                 die("unknown board: %s", b);
         } else if (std::strcmp(argv[i], "--time-scale") == 0 && i + 1 < argc) {
-            scale = num(argv[++i], 0xFFFFFFFFu);
+            scale = num(argv[++i], 0xFFFFFFFFU);
         } else {
             die("init: unexpected argument %s", argv[i]);
         }
@@ -150,17 +153,23 @@ int cmd_init(Ctl &c, int argc, char **argv) {
     return 0;
 }
 
-int cmd_peek(Ctl &c, int, char **argv) {
+int cmd_peek(Ctl &c, int /*argc*/, char **argv) {
     std::printf("%u\n", c.st->regs[num(argv[0], 255)]);
     return 0;
 }
 
-int cmd_poke(Ctl &c, int, char **argv) {
+int cmd_regs(Ctl &c, int /*argc*/, char ** /*argv*/) {
+    for (int r = 0; r < 256; ++r)
+        std::printf("%u%c", c.st->regs[r], r == 255 ? '\n' : ' ');
+    return 0;
+}
+
+int cmd_poke(Ctl &c, int /*argc*/, char **argv) {
     c.st->regs[num(argv[0], 255)] = static_cast<uint8_t>(num(argv[1], 255));
     return 0;
 }
 
-int cmd_link(Ctl &c, int, char **argv) {
+int cmd_link(Ctl &c, int /*argc*/, char **argv) {
     int port = static_cast<int>(num(argv[0], 2));
     if (port < 1)
         die("link: port is 1 or 2%s");
@@ -172,23 +181,36 @@ int cmd_link(Ctl &c, int, char **argv) {
     return 0;
 }
 
-int cmd_managed(Ctl &c, int, char **argv) {
-    c.st->managed = num(argv[0], 1) ? 1 : 0;
+int cmd_managed(Ctl &c, int /*argc*/, char **argv) {
+    c.st->managed = num(argv[0], 1) != 0 ? 1 : 0;
     return 0;
 }
 
 void set_path(char *field, const char *value) {
-    if (std::strlen(value) >= zb::kPathField)
+    size_t len = std::strlen(value);
+    if (len >= zb::kPathField)
         die("path too long: %s", value);
-    std::strcpy(field, value);
+    std::memcpy(field, value, len + 1);
 }
 
-int cmd_fault(Ctl &c, int, char **argv) {
+int set_fault(Ctl &c, const std::string &name, const char *arg);
+
+// On a sandbox that the VM's chip server serves, the kernel's side takes the
+// fault as well (see vm/kernel_side.h).
+int cmd_fault(Ctl &c, int /*argc*/, char **argv) {
+    const char *eq = std::strchr(argv[0], '=');
+    std::string name(argv[0],
+                     eq != nullptr ? static_cast<size_t>(eq - argv[0]) : std::strlen(argv[0]));
+    const char *arg = eq != nullptr ? eq + 1 : nullptr;
+    int r = set_fault(c, name, arg);
+    if (c.st->kernel != 0 && !zb::kernel_fault(name.c_str(), c.st->faults.export_busy))
+        die("fault %s: the kernel does not produce it (the preload bench does)", name.c_str());
+    return r;
+}
+
+int set_fault(Ctl &c, const std::string &name, const char *arg) {
     zb::Faults &f = c.st->faults;
-    const char *given = argv[0];
-    const char *eq = std::strchr(given, '=');
-    std::string name = eq ? std::string(given, eq) : std::string(given);
-    const char *arg = eq ? eq + 1 : nullptr;
+    const char *given = name.c_str();
     struct Flag {
         const char *name;
         uint8_t zb::Faults::*field;
@@ -216,10 +238,10 @@ int cmd_fault(Ctl &c, int, char **argv) {
             return 0;
         }
     }
-    if (!arg)
+    if (arg == nullptr)
         die("fault: unknown fault or missing argument: %s", given);
     if (name == "xfer-from") {
-        f.xfer_from = static_cast<uint32_t>(num(arg, 0xFFFFFFFFu));
+        f.xfer_from = static_cast<uint32_t>(num(arg, 0xFFFFFFFFU));
         f.xfer_seen = 0;
     } else if (name == "export-busy") {
         f.export_busy = static_cast<int32_t>(num(arg, 1023));
@@ -240,11 +262,11 @@ int cmd_mib(Ctl &c, int argc, char **argv) {
     m.value = static_cast<uint32_t>(num(argv[2], 0x3FFFFFFF));
     m.overflow = 0;
     if (argc > 3)
-        m.overflow = std::strcmp(argv[3], "overflow") == 0 || num(argv[3], 1) ? 1 : 0;
+        m.overflow = std::strcmp(argv[3], "overflow") == 0 || num(argv[3], 1) != 0 ? 1 : 0;
     return 0;
 }
 
-int cmd_dropped(Ctl &c, int, char **argv) {
+int cmd_dropped(Ctl &c, int /*argc*/, char **argv) {
     auto addr = num(argv[0], 0x109);
     if (addr >= 0x100)
         addr -= 0x100;
@@ -276,8 +298,8 @@ int cmd_dynmac(Ctl &c, int argc, char **argv) {
     return 0;
 }
 
-int cmd_notready(Ctl &c, int, char **argv) {
-    auto k = static_cast<uint32_t>(num(argv[1], 0xFFFFFFFFu));
+int cmd_notready(Ctl &c, int /*argc*/, char **argv) {
+    auto k = static_cast<uint32_t>(num(argv[1], 0xFFFFFFFFU));
     if (std::strcmp(argv[0], "mib") == 0) {
         c.st->notready_mib = k;
         c.st->mib_wait = 0;
@@ -302,9 +324,9 @@ int cmd_static(Ctl &c, int argc, char **argv) {
         parse_mac(argv[2], r.mac);
         r.ports = static_cast<uint8_t>(num(argv[3], 0x1F));
         r.fid = static_cast<uint8_t>(num(argv[4], 0x7F));
-        r.override_ = num(argv[5], 1) ? 1 : 0;
-        r.use_fid = num(argv[6], 1) ? 1 : 0;
-        r.valid = num(argv[7], 1) ? 1 : 0;
+        r.override_ = num(argv[5], 1) != 0 ? 1 : 0;
+        r.use_fid = num(argv[6], 1) != 0 ? 1 : 0;
+        r.valid = num(argv[7], 1) != 0 ? 1 : 0;
     } else {
         die("static: get ROW | set ROW MAC PORTS FID OVERRIDE USEFID VALID%s");
     }
@@ -313,7 +335,9 @@ int cmd_static(Ctl &c, int argc, char **argv) {
 
 int cmd_vlan(Ctl &c, int argc, char **argv) {
     if (std::strcmp(argv[0], "get") == 0 && argc == 2) {
-        uint8_t fid, ports, valid;
+        uint8_t fid;
+        uint8_t ports;
+        uint8_t valid;
         zb::chip_vlan_get(*c.st, static_cast<int>(num(argv[1], 4095)), fid, ports, valid);
         std::printf("valid=%u fid=%u ports=%u\n", valid, fid, ports);
     } else if (std::strcmp(argv[0], "set") == 0 && argc == 5) {
@@ -326,7 +350,7 @@ int cmd_vlan(Ctl &c, int argc, char **argv) {
     return 0;
 }
 
-int cmd_vlanraw(Ctl &c, int, char **argv) {
+int cmd_vlanraw(Ctl &c, int /*argc*/, char **argv) {
     const uint8_t *raw = c.st->vlan[num(argv[0], zb::kVlanAddrs - 1)];
     for (int i = 0; i < 7; ++i)
         std::printf("%02x", raw[i]);
@@ -334,14 +358,14 @@ int cmd_vlanraw(Ctl &c, int, char **argv) {
     return 0;
 }
 
-int cmd_timescale(Ctl &c, int, char **argv) {
-    c.st->time_scale = static_cast<uint32_t>(num(argv[0], 0xFFFFFFFFu));
+int cmd_timescale(Ctl &c, int /*argc*/, char **argv) {
+    c.st->time_scale = static_cast<uint32_t>(num(argv[0], 0xFFFFFFFFU));
     return 0;
 }
 
-int cmd_events(Ctl &c, int, char **) {
+int cmd_events(Ctl &c, int /*argc*/, char ** /*argv*/) {
     FILE *f = std::fopen(path_in(c, "/events").c_str(), "r");
-    if (!f)
+    if (f == nullptr)
         die("no event log in %s", c.sb);
     char buf[8192];
     size_t n;
@@ -351,12 +375,12 @@ int cmd_events(Ctl &c, int, char **) {
     return 0;
 }
 
-int cmd_clear_events(Ctl &c, int, char **) {
+int cmd_clear_events(Ctl &c, int /*argc*/, char ** /*argv*/) {
     write_file(path_in(c, "/events"), "");
     return 0;
 }
 
-int cmd_log(Ctl &c, int, char **argv) {
+int cmd_log(Ctl &c, int /*argc*/, char **argv) {
     if (std::strcmp(argv[0], "on") == 0)
         c.st->log_on = 1;
     else if (std::strcmp(argv[0], "off") == 0)
@@ -368,12 +392,12 @@ int cmd_log(Ctl &c, int, char **argv) {
 
 // exec [-p PIDFILE] ARGV0 PROG [ARGS...]: runs PROG under the name ARGV0,
 // first writing its own pid (as seen in its PID namespace) to PIDFILE.
-int cmd_exec(Ctl &, int argc, char **argv) {
+int cmd_exec(Ctl & /*c*/, int argc, char **argv) {
     int i = 0;
     if (argc >= 2 && std::strcmp(argv[0], "-p") == 0) {
         std::string tmp = std::string(argv[1]) + ".tmp";
         FILE *f = std::fopen(tmp.c_str(), "w");
-        if (!f || std::fprintf(f, "%d\n", getpid()) < 0 || std::fclose(f) != 0 ||
+        if (f == nullptr || std::fprintf(f, "%d\n", getpid()) < 0 || std::fclose(f) != 0 ||
             std::rename(tmp.c_str(), argv[1]) != 0)
             die("cannot write %s", argv[1]);
         i = 2;
@@ -383,7 +407,7 @@ int cmd_exec(Ctl &, int argc, char **argv) {
     const char *prog = argv[i + 1];
     argv[i + 1] = argv[i]; // ARGV0 becomes argv[0] of PROG
     char **args = argv + i + 1;
-    if (std::strchr(prog, '/'))
+    if (std::strchr(prog, '/') != nullptr)
         execv(prog, args);
     else
         execvp(prog, args);
@@ -391,13 +415,24 @@ int cmd_exec(Ctl &, int argc, char **argv) {
     return 127;
 }
 
-void on_child(int) {}
+void on_child(int /*signo*/) {}
 
-// holder READYFILE: the first process of a test's PID namespace. It reaps
+// holder READYFILE [SRC:DST...]: the first process of a test's PID namespace,
+// after binding each SRC over DST in its mount namespace. It reaps
 // every orphan so that ended processes do not linger as zombies, and the
 // namespace ends when it is killed.
-int cmd_holder(Ctl &, int, char **argv) {
-    sigset_t block, waitmask;
+int cmd_holder(Ctl & /*c*/, int argc, char **argv) {
+    // SRC:DST pairs: bind mounts of the namespace (the VM bench's fixed paths).
+    for (int i = 1; i < argc; ++i) {
+        char *sep = std::strchr(argv[i], ':');
+        if (sep == nullptr)
+            die("holder: SRC:DST, not %s", argv[i]);
+        *sep = '\0';
+        if (mount(argv[i], sep + 1, nullptr, MS_BIND, nullptr) != 0)
+            die("holder: cannot bind %s", argv[i]);
+    }
+    sigset_t block;
+    sigset_t waitmask;
     sigemptyset(&block);
     sigaddset(&block, SIGCHLD);
     sigprocmask(SIG_BLOCK, &block, &waitmask);
@@ -424,6 +459,7 @@ struct Command {
 constexpr Command kCommands[] = {
     {"init", 0, 4, false, cmd_init, "init [--board nand|nor] [--time-scale N]"},
     {"peek", 1, 1, true, cmd_peek, "peek REG"},
+    {"regs", 0, 0, true, cmd_regs, "regs"},
     {"poke", 2, 2, true, cmd_poke, "poke REG VAL"},
     {"link", 2, 2, true, cmd_link, "link 1|2 up|down"},
     {"managed", 1, 1, true, cmd_managed, "managed 0|1"},
@@ -443,7 +479,7 @@ constexpr Command kCommands[] = {
     {"clear-events", 0, 0, false, cmd_clear_events, "clear-events"},
     {"log", 1, 1, true, cmd_log, "log on|off"},
     {"exec", 2, 1 << 20, false, cmd_exec, "exec [-p PIDFILE] ARGV0 PROG [ARGS...]"},
-    {"holder", 1, 1, false, cmd_holder, "holder READYFILE"},
+    {"holder", 1, 16, false, cmd_holder, "holder READYFILE [SRC:DST...]"},
 };
 
 void usage() {
@@ -475,12 +511,12 @@ int main(int argc, char **argv) {
         if (nargs < cmd.min_args || nargs > cmd.max_args)
             die("usage: benchctl -s SANDBOX %s", cmd.usage);
         bool needs_sandbox = cmd.run != cmd_exec && cmd.run != cmd_holder;
-        if (needs_sandbox && (!c.sb || !*c.sb))
+        if (needs_sandbox && (c.sb == nullptr || *c.sb == '\0'))
             die("no sandbox: give -s SANDBOX%s");
         if (!cmd.needs_state)
             return cmd.run(c, nargs, args);
         c.st = zb::state_map(c.sb);
-        if (!c.st)
+        if (c.st == nullptr)
             die("no bench state in %s (run init first)", c.sb);
         std::string state = path_in(c, "/state");
         int fd = open(state.c_str(), O_RDWR | O_CLOEXEC);

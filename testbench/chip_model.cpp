@@ -44,9 +44,9 @@ void static_read_action(ChipState &s, int row) {
         return; // no such row: the data registers keep what they held
     const StaticRow &r = s.static_rows[row];
     // Read layout: FID sits one bit higher than on a write, UseFID below it.
-    s.regs[113] = static_cast<uint8_t>(((r.fid & 0x7F) << 1) | (r.use_fid ? 1 : 0));
-    s.regs[114] =
-        static_cast<uint8_t>((r.override_ ? 0x40 : 0) | (r.valid ? 0x20 : 0) | (r.ports & 0x1F));
+    s.regs[113] = static_cast<uint8_t>(((r.fid & 0x7F) << 1) | (r.use_fid != 0 ? 1 : 0));
+    s.regs[114] = static_cast<uint8_t>((r.override_ != 0 ? 0x40 : 0) | (r.valid != 0 ? 0x20 : 0) |
+                                       (r.ports & 0x1F));
     std::memcpy(&s.regs[115], r.mac, 6);
 }
 
@@ -55,9 +55,9 @@ void static_write_action(ChipState &s, int row) {
         return;
     StaticRow &r = s.static_rows[row];
     r.fid = static_cast<uint8_t>(s.regs[113] & 0x7F);
-    r.use_fid = (s.regs[114] & 0x80) ? 1 : 0;
-    r.override_ = (s.regs[114] & 0x40) ? 1 : 0;
-    r.valid = (s.regs[114] & 0x20) ? 1 : 0;
+    r.use_fid = (s.regs[114] & 0x80) != 0 ? 1 : 0;
+    r.override_ = (s.regs[114] & 0x40) != 0 ? 1 : 0;
+    r.valid = (s.regs[114] & 0x20) != 0 ? 1 : 0;
     r.ports = static_cast<uint8_t>(s.regs[114] & 0x1F);
     std::memcpy(r.mac, &s.regs[115], 6);
 }
@@ -65,7 +65,7 @@ void static_write_action(ChipState &s, int row) {
 void dyn_read_action(ChipState &s, int n) {
     const DynEntry &e = s.dyn[n];
     uint32_t count = s.dyn_count > kDynEntries ? kDynEntries : s.dyn_count;
-    uint32_t last = count ? count - 1 : 0;
+    uint32_t last = count != 0 ? count - 1 : 0;
     s.regs[112] = static_cast<uint8_t>(count == 0 ? 0x80 : ((last >> 3) & 0x7F));
     s.regs[113] = static_cast<uint8_t>(((last & 7) << 5) | ((e.age & 3) << 3) | (e.port & 7));
     s.regs[114] = static_cast<uint8_t>(e.fid & 0x7F);
@@ -77,7 +77,8 @@ void mib_read_action(ChipState &s, int addr) {
     if (addr < kMibAddrs) {
         MibCounter &c = s.mib[addr / kMibCounters][addr % kMibCounters];
         uint32_t v = c.value & 0x3FFFFFFF;
-        s.regs[117] = static_cast<uint8_t>((c.overflow ? 0x80 : 0) | 0x40 | ((v >> 24) & 0x3F));
+        s.regs[117] =
+            static_cast<uint8_t>((c.overflow != 0 ? 0x80 : 0) | 0x40 | ((v >> 24) & 0x3F));
         s.regs[118] = static_cast<uint8_t>(v >> 16);
         s.regs[119] = static_cast<uint8_t>(v >> 8);
         s.regs[120] = static_cast<uint8_t>(v);
@@ -157,7 +158,7 @@ void chip_reset(ChipState &s, uint8_t board) {
 }
 
 uint8_t chip_spi_read(ChipState &s, uint8_t reg) {
-    if (!s.managed)
+    if (s.managed == 0)
         return 0xFF; // an unmanaged chip leaves MISO high
     uint8_t v = s.regs[reg];
     if (reg == 117 && s.mib_wait > 0) {
@@ -172,7 +173,7 @@ uint8_t chip_spi_read(ChipState &s, uint8_t reg) {
 }
 
 void chip_spi_write(ChipState &s, uint8_t reg, uint8_t val) {
-    if (!s.managed)
+    if (s.managed == 0)
         return;
     if (reg == kRegChipId)
         return;
@@ -190,14 +191,14 @@ void chip_spi_write(ChipState &s, uint8_t reg, uint8_t val) {
 }
 
 void chip_gpio_level(ChipState &s, int line, int level) {
-    uint8_t lv = level ? 1 : 0;
+    uint8_t lv = level != 0 ? 1 : 0;
     if (line == 191) {
         s.gpio191 = lv;
     } else if (line == 56) {
         uint8_t old = s.gpio56;
         s.gpio56 = lv;
         // A rising edge on line 56 latches the mode level of line 191.
-        if (old == 0 && lv == 1 && s.board == kBoardNand && !s.faults.gpio_stuck)
+        if (old == 0 && lv == 1 && s.board == kBoardNand && s.faults.gpio_stuck == 0)
             s.managed = s.gpio191;
     }
 }
@@ -214,7 +215,7 @@ void chip_vlan_set(ChipState &s, int vid, uint8_t fid, uint8_t ports, uint8_t va
     uint8_t *raw = s.vlan[(vid >> 2) & (kVlanAddrs - 1)];
     int shift = 13 * (vid & 3);
     uint64_t row =
-        static_cast<uint64_t>((fid & 0x7F) | ((ports & 0x1F) << 7) | ((valid ? 1 : 0) << 12));
+        static_cast<uint64_t>((fid & 0x7F) | ((ports & 0x1F) << 7) | ((valid != 0 ? 1 : 0) << 12));
     uint64_t w = vlan_word(raw);
     w = (w & ~(uint64_t{0x1FFF} << shift)) | (row << shift);
     vlan_store(raw, w);

@@ -3,8 +3,8 @@
 // One ChipState lives in the sandbox file SB/state and is mmap'ed by every
 // process of a test (the product under the preload library, and benchctl), so
 // all of them see one chip. The layout is fixed: plain bytes and integers, no
-// pointers. Callers serialise access with flock on the state file (the
-// preload library also takes a mutex for its own threads).
+// pointers. Callers serialise access with flock on SB/state (the preload
+// library also takes a mutex for its own threads).
 #pragma once
 
 #include <cstddef>
@@ -12,8 +12,8 @@
 
 namespace zb {
 
-constexpr uint32_t kStateMagic = 0x5a42454eu; // "ZBEN"
-constexpr uint32_t kStateVersion = 3;
+constexpr uint32_t kStateMagic = 0x5a42454eU; // "ZBEN"
+constexpr uint32_t kStateVersion = 4;
 
 enum Board : uint8_t { kBoardNand = 1, kBoardNor = 2 };
 
@@ -77,7 +77,8 @@ struct ChipState {
     uint8_t gpio191; // last level written to line 191
     uint8_t gpio56;  // last level written to line 56
     uint8_t log_on;  // events are written to SB/events
-    uint8_t pad[3];
+    uint8_t kernel;  // served through a kernel by the VM bench's chip server
+    uint8_t pad[2];
     uint32_t time_scale; // usleep(us) really sleeps us / time_scale
 
     // The spidev device's settings (shared by every open, as in the kernel).

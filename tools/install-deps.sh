@@ -10,6 +10,10 @@
 #                                sanitizer runtimes for the fuzz targets
 #   tools/install-deps.sh deb    and the Debian packages' build (native and
 #                                cross for armhf), lintian and debootstrap
+#   tools/install-deps.sh vm     and qemu-system-x86 and the headers of Debian's
+#                                kernel, for the end-to-end suite in a virtual
+#                                machine (testbench/vm/run-e2e.sh; the kernel
+#                                image itself is fetched by testbench/vm/kernel.sh)
 set -eu
 
 packages="g++ cmake make clang-tidy libgtest-dev binutils python3 python3-pytest iproute2 util-linux \
@@ -19,8 +23,9 @@ clang libclang-rt-14-dev"
 for group in "$@"; do
     case $group in
         deb) packages="$packages git dpkg-dev debhelper lintian debootstrap crossbuild-essential-armhf" ;;
+        vm) packages="$packages qemu-system-x86 linux-headers-amd64 kmod" ;;
         *)
-            echo "install-deps.sh: unknown group $group (known: deb)" >&2
+            echo "install-deps.sh: unknown group $group (known: deb, vm)" >&2
             exit 2
             ;;
     esac

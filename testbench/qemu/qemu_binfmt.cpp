@@ -22,8 +22,6 @@
 #define TARGET_LIBRARIES "/usr/arm-linux-gnueabihf"
 #endif
 
-extern char **environ;
-
 namespace {
 bool starts_with(const char *text, const char *prefix) {
     return std::strncmp(text, prefix, std::strlen(prefix)) == 0;
@@ -60,6 +58,7 @@ int main(int argc, char **argv) {
     env.emplace_back("QEMU_UNSET_ENV=QEMU_LD_PREFIX,QEMU_ARGV0,QEMU_SET_ENV,QEMU_UNSET_ENV");
 
     std::vector<char *> envp;
+    envp.reserve(env.size() + 1);
     for (auto &e : env)
         envp.push_back(e.data());
     envp.push_back(nullptr);

@@ -8,7 +8,21 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, HERE)
 sys.path.insert(0, os.path.join(HERE, "..", "..", "testbench"))
 
-from bench import Bench  # noqa: E402
+from bench import VM, Bench  # noqa: E402
+
+
+def pytest_configure(config):
+    config.addinivalue_line("markers", "preload_only(reason): needs what only the preload bench sees or "
+                            "fakes (calls inside the program, faults the kernel does not produce); skipped in the VM")
+    config.addinivalue_line("markers", "vm_only(reason): the kernel's answer, where the preload bench's differs "
+                            "by design; skipped on the preload bench")
+
+
+def pytest_runtest_setup(item):
+    for name, skip in (("preload_only", VM), ("vm_only", not VM)):
+        mark = item.get_closest_marker(name)
+        if mark is not None and skip:
+            pytest.skip(mark.args[0])
 
 
 def _bench(tmp_path, board):

@@ -38,10 +38,17 @@ def test_start_runs_the_selftest_and_restores_register_104(bench):
         selftest += [("W", 104, v), ("R", 104, v)]
     assert bench.xfers() == selftest + [("W", 104, 0x5A), ("R", 0, 0x95)]
     assert len(bench.xfers()) == CONSOLE_START_XFERS
+    if not bench.sees_calls:
+        return
+    # Three bytes each; a read takes 8 bits per word and a receive buffer, a
+    # write the descriptor's setting (0) and none (the kernel's SPI core fills
+    # a 0 with the device's word size before a controller sees it).
+    assert {(x.op, x.bpw, x.rx, x.len) for x in bench.xfer_events()} == {("R", 8, 1, 3), ("W", 0, 0, 3)}
     # The console's own set-up follows the tool's, on a descriptor of its own.
     ioctls = [(e.args[0], e.args[1]) for e in bench.events() if e.kind == "ioctl"]
-    assert ioctls[-4:] == [("WR_MODE", "3"), ("WR_LSB_FIRST", "0"), ("WR_BITS_PER_WORD", "8"),
-                           ("WR_MAX_SPEED_HZ", "4000000")]
+    assert ioctls == [("WR_MODE", "0"), ("WR_BITS_PER_WORD", "8"), ("WR_MAX_SPEED_HZ", "4000000"),
+                      ("WR_MODE", "3"), ("WR_LSB_FIRST", "0"), ("WR_BITS_PER_WORD", "8"),
+                      ("WR_MAX_SPEED_HZ", "4000000")]
     assert len(spidev_events(bench, "open")) == 2 == len(spidev_events(bench, "close"))
 
 
@@ -49,7 +56,8 @@ def test_console_ignores_the_tools_device(bench):
     res = bench.run(["-D", "/dev/spidev9.9", "-C"], stdin="exit\n")
     assert res.out == CONSOLE_PREAMBLE + "=>exit\r\n" + CONSOLE_END
     assert res.rc == 255  # the tool's device is missing, so its speed set-up failed
-    assert [e.args[0] for e in spidev_events(bench, "open")] == ["/dev/spidev9.9", "/dev/spidev0.0"]
+    if bench.sees_calls:
+        assert [e.args[0] for e in spidev_events(bench, "open")] == ["/dev/spidev9.9", "/dev/spidev0.0"]
 
 
 @pytest.mark.parametrize("args", [["-C"], ["-M"], ["-y"]])
@@ -62,14 +70,21 @@ def test_ksz8893_board_is_refused_in_read_pass_0(bench_nor, args):
 
 
 # A set-up ioctl that fails, or transfers that fail from the given one on,
-# counted from 0 at the console's start.
+# counted from 0 at the console's start. In the VM the controller under
+# wr-mode declares clock mode 0 alone: it refuses the console's mode 3 and
+# takes the tool's mode 0.
 @pytest.mark.parametrize("fault,out,err,rc,reg104", [
     ("open", "ERROR: Fail to open input file /dev/spidev0.0\n",
      "can't open device: No such file or directory\n" f"can't set spi mode: {EBADF}\n"
      f"can't set bits per word: {EBADF}\n" f"can't set max speed hz: {EBADF}\n", 255, 0x33),
-    ("wr-mode", "ERROR: set SPI mode 0x03\n", f"can't set spi mode: {EINVAL}\n", 0, 0x33),
-    ("wr-lsb", "ERROR: Fail to set SPI heading lsb 0x00\n", "", 0, 0x33),
-    ("wr-bits", "ERROR: Fail to set SPI bits_per_word 8\n", f"can't set bits per word: {EINVAL}\n", 0, 0x33),
+    pytest.param("wr-mode", "ERROR: set SPI mode 0x03\n", f"can't set spi mode: {EINVAL}\n", 0, 0x33,
+                 marks=pytest.mark.preload_only("the kernel refuses no clock mode 0")),
+    pytest.param("wr-mode", "ERROR: set SPI mode 0x03\n", "", 0, 0x33,
+                 marks=pytest.mark.vm_only("the preload bench refuses every mode")),
+    pytest.param("wr-lsb", "ERROR: Fail to set SPI heading lsb 0x00\n", "", 0, 0x33,
+                 marks=pytest.mark.preload_only("the kernel refuses no MSB-first")),
+    pytest.param("wr-bits", "ERROR: Fail to set SPI bits_per_word 8\n", f"can't set bits per word: {EINVAL}\n",
+                 0, 0x33, marks=pytest.mark.preload_only("the kernel refuses no 8 bits per word")),
     ("wr-speed", "ERROR: Fail to set SPI max_speed_hz 4000000\n",
      f"can't set max speed hz: {EINVAL}\n" "init Switch SPI fail!\n", 255, 0x33),
     (0, "selftest_device_spi (0): read data value ff is not equal to switch ID 95\n", SEND_ERR + FAIL, 0, 0x33),
@@ -93,8 +108,9 @@ def test_start_failures_end_the_console(bench, fault, out, err, rc, reg104):
     res = bench.run(["-C"], stdin="exit\n")
     assert (res.out, res.err, res.rc) == (OPEN_LINE + out + CONSOLE_END, err, rc)
     assert len(bench.xfers()) == (0 if isinstance(fault, str) else fault)
-    # Whatever was opened is closed again.
-    assert len([e for e in spidev_events(bench, "open") if e.args[1] == "ok=1"]) == len(spidev_events(bench, "close"))
+    if bench.sees_calls:  # whatever was opened is closed again
+        assert len([e for e in spidev_events(bench, "open") if e.args[1] == "ok=1"]) == len(
+            spidev_events(bench, "close"))
     bench.clear_faults()
     assert bench.peek(104) == reg104
 
@@ -115,7 +131,8 @@ def test_ways_out_of_the_prompt(bench, stdin, shown):
     res = bench.run(["-C"], stdin=stdin, closed=(0,) if stdin is None else ())
     assert (res.rc, res.out, res.err) == (0, CONSOLE_PREAMBLE + shown + CONSOLE_END, VALID)
     assert command_xfers(bench) == []  # nothing of the cancelled line runs
-    assert len(spidev_events(bench, "open")) == 2 == len(spidev_events(bench, "close"))
+    if bench.sees_calls:
+        assert len(spidev_events(bench, "open")) == 2 == len(spidev_events(bench, "close"))
 
 
 @pytest.mark.parametrize("option,command", [("-M", "showmib"), ("-y", "macdyn")])
@@ -148,6 +165,8 @@ def test_parser_answers_and_register_commands(bench):
          "Usage: rrl        <RegNum>                -- register read in dword\n\n"),
         ("rww 1 2", "rww 1 2", "hwwritew_cmd not supported\n"
          "Usage: rww        <RegNum> <RegData>      -- register write in word.\n\n"),
+        ("rwl", "rwl", "hwwritel_cmd not supported\n"
+         "Usage: rwl        <RegNum> <RegData>      -- register write in dword.\n\n"),
         ("exit now", "exit now", ""),
     ]
     res = console_session(bench, *[line for line, _, _ in lines], exit_line=False)

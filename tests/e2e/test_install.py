@@ -13,7 +13,7 @@ from pathlib import Path
 
 import pytest
 
-from bench import BUILD, SWITCH_CONFIG
+from bench import BUILD, REPO, SWITCH_CONFIG
 from console_util import console_session
 
 INIT_SCRIPT = "S60switch_daemon"
@@ -200,18 +200,27 @@ def test_systemd_unit_verifies(tmp_path):
 # The start scripts' own steps (mkdir, chown, chmod, systemd-tmpfiles) reach
 # the real paths, not the bench's sandbox. In the test's mount namespace /run
 # is the sandbox's /var/run, where the daemon writes its pid file, and /tmp is
-# a tmpfs of its own, in which the directory of the test's files stays reached.
+# a tmpfs of its own; the directories given after the sandbox (those of the
+# test's files, the checkout and the build where they lie in /tmp) stay
+# reached in it at their paths.
 BOARD_PATHS = r"""
 set -e
-sb=$1 base=$2
+sb=$1
+shift
 mount --bind "$sb/var/run" /run
-[ -z "$base" ] || exec 3<"$base"
-mount -t tmpfs -o mode=1777 board-tmp /tmp
-if [ -n "$base" ]; then
-    mkdir -p "$base"
-    mount --no-canonicalize --bind /proc/self/fd/3 "$base"
-fi
+mkdir "$sb/board-tmp"
+mount -t tmpfs -o mode=1777 board-tmp "$sb/board-tmp"
+for top; do
+    mkdir -p "$sb/board-tmp/${top#/tmp/}"
+    mount --bind "$top" "$sb/board-tmp/${top#/tmp/}"
+done
+mount --move "$sb/board-tmp" /tmp
 """
+
+
+def tmp_tops(*paths):
+    """The directories right under /tmp that hold the paths."""
+    return sorted({str(Path(*p.parts[:3])) for p in map(Path, paths) if p.parts[1:2] == ("tmp",) and len(p.parts) > 2})
 
 
 class InitScript:
@@ -220,8 +229,8 @@ class InitScript:
     def __init__(self, bench, tmp_path):
         self.prefix = tmp_path / "prefix"
         install(self.prefix)
-        top = Path(*tmp_path.parts[:3]) if tmp_path.parts[1] == "tmp" else ""
-        res = bench.ns_run(["sh", "-c", BOARD_PATHS, "sh", bench.sb, top])
+        tops = tmp_tops(tmp_path, REPO, BUILD)
+        res = bench.ns_run(["sh", "-c", BOARD_PATHS, "sh", bench.sb] + tops)
         assert res.rc == 0, res.err
         self.path = self.prefix / "etc/init.d" / INIT_SCRIPT
         self.defaults = self.prefix / "etc/default/switch_daemon"
@@ -300,6 +309,7 @@ def test_init_script_trusts_the_pid_file_only_for_a_running_daemon(init_script, 
     assert other.nspid in bench.ns_pids("sleep")
 
 
+@pytest.mark.preload_only("the VM's kernel has one SPI device")
 def test_init_script_passes_the_device_from_the_defaults_file(init_script):
     bench = init_script.bench
     (bench.sb / "dev/spidev1.0").touch()

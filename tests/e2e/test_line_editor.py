@@ -27,6 +27,7 @@ RRB_USAGE = "Usage: rrb        <RegNum>                -- register read in byte\
     (b"a\x01\x08", b"a\x01" + ERASE),
     (b"\xff\x1b", b"\xff\x1b"),
     (b"a\tb\x15", b"a" + b" " * 5 + b"b" + ERASE * 7),
+    (b"ab\x15\x7f", b"ab" + ERASE * 2),  # nothing is left to delete
     # Ctrl-W: the first blank met going back ends the word, a tab does not.
     (b"ab cd \x17\x17", b"ab cd " + CTRL_W + ERASE + CTRL_W + ERASE * 3),
     (b"\x17", CTRL_W),
@@ -77,7 +78,8 @@ def screen(bench, tmp_path):
         return subprocess.run(["tmux", "-S", sock, *args], check=True, capture_output=True, text=True).stdout
 
     env = bench._env()
-    setting = " ".join(f"{k}={shlex.quote(env[k])}" for k in ("LD_PRELOAD", "ZORVI_SANDBOX", "ASAN_OPTIONS"))
+    setting = " ".join(f"{k}={shlex.quote(env[k])}" for k in ("LD_PRELOAD", "ZORVI_SANDBOX", "ASAN_OPTIONS")
+                       if k in env)
     command = shlex.join(bench._argv(["-C"], "switch_config", None))
     tmux("new-session", "-d", "-x", "80", "-y", "24",
          f"stty -icanon -echo -isig -iexten -ixon; env {setting} {command}; sleep 60")

@@ -68,12 +68,14 @@ def test_macdel(bench, line, gone):
 
 def test_macstatic_shows_every_row(bench):
     bench.static_set(0, "08:00:70:22:44:01", 0x1F, 127, 1, 1)
-    bench.static_set(1, "ab:cd:ef:01:02:03", 0x02, 3, 0, 1, valid=0)
-    bench.static_set(31, "00:00:00:00:00:1f", 0x11, 0)
+    # The FID byte holds the FID above the UseFID bit: rows 1 and 31 set
+    # only one of its two low bits.
+    bench.static_set(1, "ab:cd:ef:01:02:03", 0x02, 2, 0, 1, valid=0)
+    bench.static_set(31, "00:00:00:00:00:1f", 0x11, 1)
     rows = ["   0      V     08:00:70:22:44:01   127       M M M M   Yes     Yes   ",
-            "   1            ab:cd:ef:01:02:03     3       M - - -   Yes     No    "]
+            "   1            ab:cd:ef:01:02:03     2       M - - -   Yes     No    "]
     rows += [f"{r:4d}            00:00:00:00:00:00     0       - - - -   No      No    " for r in range(2, 31)]
-    rows += ["  31      V     00:00:00:00:00:1f     0       - - - M   No      No    "]
+    rows += ["  31      V     00:00:00:00:00:1f     1       - - - M   No      No    "]
     assert console_session(bench, "macstatic").outputs[0] == echo("macstatic") + (
         "Entry  Status   MAC                 FID  Port(1 2 3 4 ) UseFID  Override \n"
         + "".join(r + "\n" for r in rows))
@@ -97,6 +99,8 @@ def test_macdyn_by_tool_option(bench):
         "   2   00:11:22:33:44:02    20       - - M -    2 \n"
         "   3   00:11:22:33:44:03    30       - - - M    3 \n"
         "   4   00:11:22:33:44:04    40       - - - -    0 \n") + CONSOLE_END
+    # A ready entry takes one read of its FID register.
+    assert sum(x[:2] == ("R", 114) for x in bench.xfers()) == 5
 
 
 @pytest.mark.parametrize("added, count, shown, reads", [

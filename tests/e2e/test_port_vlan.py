@@ -23,8 +23,9 @@ def test_vlaninfo_shows_port_indices_1_to_4(bench):
         "VLAN 802.1Q          :   enable\n")
     regs = [16 * i + off for i in range(5) for off in (20, 19, 16, 18)] + [5]
     assert command_xfers(bench) == [("R", r, pokes.get(r, 0)) for r in regs]
-    prepare(bench, {34: 0x40, 66: 0x20, 35: 0xFA, 36: 0xBC})
+    prepare(bench, {34: 0x40, 66: 0x20, 35: 0xFA, 36: 0xBC, 5: 0x7F})
     lines = console_session(bench, "vlaninfo").outputs[0].split("\n")
+    assert lines[8] == "VLAN 802.1Q          :  disable"
     assert [line.split()[-4] for line in (lines[3], lines[6], lines[7])] == ["2748", "enable", "disable"]
     assert [line.split()[-2] for line in (lines[6], lines[7])] == ["disable", "enable"]
 
@@ -62,6 +63,7 @@ def test_setter_transfers(bench, line, pokes, xfers):
     ("vlandefvid 1 65536", "error: incorrect default vid (0) to set! \n"),
     ("vlanenabletag 6 1", "error: incorrect Switch port (6) to set! \n"),
     ("vlandiscardnonvid 7 1", "error: incorrect Switch port (7) to set! \n"),
+    ("vlaningressfilter 0 1", "error: incorrect Switch port (0) to set! \n"),
     ("vlandefvid 1", "Usage: vlandefvid  <Port> <vid>           -- configure default vid on a Switch port.\n\n"),
     ("vlandiscardnonvid 2", "Usage: vlandiscardnonvid <Port> <Flag>    "
                             "-- enable\\disable discard non PVID on a Switch port.\n\n"),

@@ -23,7 +23,7 @@ def test_qosinfo_shows_port_indices_1_to_4_and_the_maps(bench):
     # first clear one.
     pokes = {16: 0xFF, 177: 0xFF, 178: 0x80, 179: 0x80, 180: 0x80, 181: 0x80, 32: 0x27, 193: 0xFD,
              195: 0x80, 196: 0x80, 197: 0x80, 48: 0x67, 209: 0xFD, 213: 0x7F, 64: 0xB7, 225: 0xFD,
-             80: 0xA7, 241: 0xFD, 128: 0x50, 129: 0xFA}
+             80: 0xA7, 241: 0xFD, 128: 0x51, 129: 0xFA}
     prepare(bench, pokes)
     assert console_session(bench, "qosinfo").outputs[0] == echo("qosinfo") + (
         "\n"
@@ -33,7 +33,7 @@ def test_qosinfo_shows_port_indices_1_to_4_and_the_maps(bench):
         "QoS 802.1p                  :   enable      enable      enable      enable    \n"
         "QoS WFQ(q3:q2:q1:q0=8:4:2:1):  disable     disable     disable     disable    \n"
         "QoS Port-based mapping to Q :       Q0          Q0          Q2          Q0    \n"
-        "802.1p mapping to Q         :  0-Q0   1-Q0   2-Q1   3-Q1   4-Q2   5-Q2   6-Q3   7-Q3  \n"
+        "802.1p mapping to Q         :  0-Q1   1-Q0   2-Q1   3-Q1   4-Q2   5-Q2   6-Q3   7-Q3  \n"
     ) + diffserv({})
     wfq = {0: [181, 180, 179, 178], 1: [197, 196, 195, 194], 2: [213], 3: [229], 4: [245]}
     regs = [r for i in range(5) for r in [16 * i + 177, 16 * i + 16] + wfq[i]]

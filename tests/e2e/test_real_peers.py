@@ -12,7 +12,7 @@ import subprocess
 
 import pytest
 
-from bench import wait_for
+from bench import VM, wait_for
 
 PEERS = ["avahi-daemon", "avahi-autoipd", "busybox", "socat"]
 NOTIFICATION = b"switch_daemon\0"
@@ -32,14 +32,14 @@ pytestmark = pytest.mark.skipif(
     bool(missing_peers()),
     reason=f"the real peers are not installed ({', '.join(missing_peers())}): tools/install-deps.sh")
 
-# A /dev of the namespace's own (a tmpfs with the host's basic devices bound
-# into it), so that the syslog receiver's /dev/log is the test's; /run is the
-# board's /var/run, where the bench library puts the product's pid files and
-# where the avahi services write theirs; eth0 is one end of a veth pair.
+# A /dev of the namespace's own (a tmpfs with the host's basic devices, and
+# in the VM the SPI device, bound into it), so that the syslog receiver's
+# /dev/log is the test's; /run is the board's /var/run, where the product's
+# pid files go and where the avahi services write theirs; eth0 is one end of
+# a veth pair.
 NAMESPACE_SETUP = r"""
 set -e
-tmp=$1 run=$2
-nodes="null zero full random urandom tty"
+tmp=$1 run=$2 nodes=$3
 mkdir -p "$tmp/devnodes"
 for node in $nodes; do
     touch "$tmp/devnodes/$node"
@@ -81,7 +81,9 @@ class Board:
         self.tmp = tmp_path
         # No route for the group on lo: eth0 carries it, as on the board.
         bench.net_up(route=False)
-        self.sh(NAMESPACE_SETUP, str(tmp_path), str(bench.path("/var/run")))
+        # In the VM the chip is the kernel's spidev node, which the new /dev gets too.
+        nodes = "null zero full random urandom tty" + (" spidev0.0" if VM else "")
+        self.sh(NAMESPACE_SETUP, str(tmp_path), str(bench.path("/var/run")), nodes)
         self.syslog_path = tmp_path / "syslog"
         self.datagram_path = tmp_path / "datagrams"
 

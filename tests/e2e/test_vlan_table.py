@@ -92,6 +92,7 @@ NOT_FOUND = "error: can't find this vid(%d) and fid(%d) entry to "
     ("vlanaddport 4096 2", NOT_FOUND % (4096, 0) + "update forwarding port! \n", False),
     ("vlancreate", "Usage: vlancreate  <vid> <fid>            -- create a new VLAN entry to the VLAN table.\n\n",
      False),
+    ("vlandel", "Usage: vlandel     <vid> <fid>            -- delete a VLAN entry from the VLAN table.\n\n", False),
     ("vlanaddport 5", "Usage: vlanaddport <vid> <Port> <fid>     -- add one port to this vid table.\n\n", False),
 ])
 def test_refusals(bench, line, message, access):
@@ -105,11 +106,13 @@ def test_refusals(bench, line, message, access):
 
 @pytest.mark.parametrize("lines, vid, row", [
     (["vlancreate 10 256"], 10, dict(valid=1, fid=0, ports=0)),
+    (["vlancreate 4095 1"], 4095, dict(valid=1, fid=1, ports=0)),  # the last row
     (["vlancreate 10 7", "vlanaddport 10 1 7", "vlanaddport 10 5 7"], 10, dict(valid=1, fid=7, ports=0x11)),
     (["vlanaddport 8 2 2", "vlanaddport 8 9 2"], 8, dict(valid=1, fid=2, ports=0x06)),
     (["vlandelport 8 3 2", "vlandelport 8 2 2"], 8, dict(valid=1, fid=2, ports=0x00)),
     (["vlandel 9"], 9, dict(valid=0, fid=0, ports=0)),  # an invalid row is found too
     (["vlandel 9 2"], 9, dict(valid=0, fid=0, ports=0)),
+    (["vlancreate 10 19", "vlandel 10 19"], 10, dict(valid=0, fid=0, ports=0)),  # a decimal fid
     (["vlanaddport 0 4", "vlan 0 1"], 0, dict(valid=1, fid=0, ports=0x08)),
     (["vlandel 0"], 0, dict(valid=0, fid=0, ports=0)),
 ])

@@ -1,8 +1,11 @@
 // Tokenizer, command word and usage lines of the console parser.
 #include "console/cli_parser.h"
+#include "console/command_table.h"
+#include "console/usage_table.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <string>
@@ -44,7 +47,7 @@ INSTANTIATE_TEST_SUITE_P(
                       // tokens past the limit included.
                       TokenCase{" 1 2 3 4", 2, {"1", "2 3 4"}}, TokenCase{"\t5\t6", 2, {"5", "6"}},
                       // A line end ends the last token and the line.
-                      TokenCase{" 10\r\n20", 2, {"10"}},
+                      TokenCase{" 10\r\n20", 2, {"10"}}, TokenCase{" 10\n20", 2, {"10"}},
                       // Token characters stay inside a token; others cut it.
                       TokenCase{" a|b_c?d*e-f.g/h:i j", 2, {"a|b_c?d*e-f.g/h:i", "j"}},
                       TokenCase{" 1=2;3", 3, {"1", "2", "3"}}, TokenCase{" x;", 3, {"x"}},
@@ -65,9 +68,31 @@ TEST(CliParser, UnknownWordsAndNullLine) {
         EXPECT_EQ(cli_parser(-1, line.data()), 1) << text;
         EXPECT_EQ(::testing::internal::GetCapturedStdout(), "unknown CLI command \n") << text;
     }
+    std::uint16_t argc = 0;
+    parse_args(&argc, nullptr, nullptr, 3);
+    EXPECT_EQ(argc, 0);
     ::testing::internal::CaptureStdout();
     EXPECT_NE(cli_parser(-1, nullptr), 0);
     EXPECT_EQ(::testing::internal::GetCapturedStdout(), "cli_parser: input buffer is NULL\n");
+}
+
+TEST(UsageTable, EndRowPrintsNothingAndArgumentCountsFollowTheLines) {
+    // The empty last row and indices past the table print nothing.
+    ::testing::internal::CaptureStdout();
+    cli_usage(CLI_USAGE_COUNT - 1);
+    cli_usage(CLI_USAGE_COUNT);
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
+    // A command cuts as many tokens as its line names parameters, the last one
+    // running on to the end of the line; raterxflow cuts a third token that its
+    // line does not name.
+    for (const CliCommand &row : cli_command_table) {
+        if (row.name == nullptr)
+            break;
+        const std::string usage = cli_usage_table[row.usage_index];
+        const std::string form = usage.substr(0, usage.find(" -- "));
+        const auto named = std::count(form.begin(), form.end(), '<');
+        EXPECT_EQ(row.max_args, named + (usage.rfind("raterxflow ", 0) == 0)) << row.name;
+    }
 }
 
 } // namespace
