@@ -284,7 +284,9 @@ def test_nor_chip_out_of_managed_mode_gets_no_pulse(bench_nor):
     bench_nor.managed(0)
     res = bench_nor.run([], argv0="switch_daemon")
     assert (res.rc, res.out) == (0, "running as daemon\n Oops could not put switch in managed mode\n")
-    assert (bench_nor.xfers(), bench_nor.sleeps(), bench_nor.gpio_writes()) == ([("R", 0, 0xFF)] * 2, [500], [])
+    assert (bench_nor.xfers(), bench_nor.levels()) == ([("R", 0, 0xFF)] * 2, [])
+    if bench_nor.sees_calls:
+        assert (bench_nor.sleeps(), bench_nor.gpio_writes()) == ([500], [])
 
 
 @pytest.mark.parametrize("network, first_error", [
@@ -435,7 +437,8 @@ def test_failed_send_ends_the_batch_and_the_loop_goes_on(net):
     wait_polls(net, pid, 10)
     assert main_thread_logs(net, pid) == [state_text(False, True), BROADCASTING,
                                           (ERR, "sendto() sent a different number of bytes than expected\n")]
-    assert BATCH_US not in net.sleeps(pid) and 500 in net.sleeps(pid)
+    if net.sees_calls:
+        assert BATCH_US not in net.sleeps(pid) and 500 in net.sleeps(pid)
 
 
 def test_suppressed_refresh_is_dropped(net, services, tmp_path):
