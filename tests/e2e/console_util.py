@@ -56,3 +56,17 @@ def prepare(bench, pokes):
     for reg, val in pokes.items():
         bench.poke(reg, val)
     bench.clear_events()
+
+
+def check_command(bench, line, printed, xfers, pokes=None):
+    """Types one command line (on a chip prepared with the pokes, when given)
+    and checks what it prints after the token echo and its transfers."""
+    if pokes is not None:
+        prepare(bench, pokes)
+    assert console_session(bench, line).outputs[0] == echo(line) + printed
+    assert command_xfers(bench) == xfers
+
+
+def rmw(reg, before, after):
+    """A read-modify-write of one register."""
+    return [("R", reg, before), ("W", reg, after)]
