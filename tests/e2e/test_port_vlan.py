@@ -58,7 +58,8 @@ VID_ERROR = "error: incorrect default vid ({}) to set! \n"
     ("vlanenabletag 6 1", {}, [], PORT_ERROR.format(6)),
     ("vlandiscardnonvid 7 1", {}, [], PORT_ERROR.format(7)),
     ("vlaningressfilter 0 1", {}, [], PORT_ERROR.format(0)),
-    ("vlandefvid 1", {}, [], "Usage: vlandefvid  <Port> <vid>           -- configure default vid on a Switch port.\n\n"),
+    ("vlandefvid 1", {}, [], "Usage: vlandefvid  <Port> <vid>           "
+                             "-- configure default vid on a Switch port.\n\n"),
     ("vlandiscardnonvid 2", {}, [], "Usage: vlandiscardnonvid <Port> <Flag>    "
                                     "-- enable\\disable discard non PVID on a Switch port.\n\n"),
     ("vlanenabletag", {}, [], "Usage: vlanenabletag  <Port> <tag>        "

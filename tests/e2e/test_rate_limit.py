@@ -8,6 +8,12 @@ PORT_ERROR = "error: incorrect Switch port ({}) to set! \n"
 QUEUE_ERROR = "error: incorrect priority queue ({}) to set! \n"
 RATE_ERROR = "error: incorrect rate limit ({}) Kbps to set! \n"
 MODE_ERROR = "error: incorrect Ingress limit mode ({}) to set! \n"
+ON, OFF = "enable", "disable"
+
+
+def row(label, cells):
+    """A line of rateinfo: the label, then each port's cell right-aligned in 12 columns."""
+    return f"{label:<30}:" + "".join(f"{c:>9}   " for c in cells) + " \n"
 
 
 def test_rateinfo_shows_port_indices_1_to_4(bench):
@@ -20,28 +26,13 @@ def test_rateinfo_shows_port_indices_1_to_4(bench):
         219: 0xE4, 220: 0xE4, 221: 0xE4, 222: 0xE4, 235: 0xF3, 247: 0x81, 248: 0x81, 249: 0x81, 250: 0x81,
         230: 0xFF}
     regs = [16 * i + off for i in range(5) for off in [o for q in range(4) for o in (187 + q, 183 + q)] + [182]]
-    check_command(bench, "rateinfo", (
-        "\n"
-        "                         Port :        1           2           3           4           \n"
-        "Rate Limit transmit rate (Q0) :        0      102400         960           0    \n"
-        "Rate Limit transmit rate (Q1) :        0      102400           0           0    \n"
-        "Rate Limit transmit rate (Q2) :        0      102400           0           0    \n"
-        "Rate Limit transmit rate (Q3) :        0      102400           0           0    \n"
-        "Rate Limit receive rate  (Q0) :        0           0           0        1024    \n"
-        "Rate Limit receive rate  (Q1) :        0           0           0        1024    \n"
-        "Rate Limit receive rate  (Q2) :        0           0           0        1024    \n"
-        "Rate Limit receive rate  (Q3) :        0           0           0        1024    \n"
-        "Rate Limit transmit      (Q0) :  disable      enable      enable     disable    \n"
-        "Rate Limit transmit      (Q1) :  disable      enable     disable     disable    \n"
-        "Rate Limit transmit      (Q2) :  disable      enable     disable     disable    \n"
-        "Rate Limit transmit      (Q3) :  disable      enable     disable     disable    \n"
-        "Rate Limit receive       (Q0) :  disable     disable     disable      enable    \n"
-        "Rate Limit receive       (Q1) :  disable     disable     disable      enable    \n"
-        "Rate Limit receive       (Q2) :  disable     disable     disable      enable    \n"
-        "Rate Limit receive       (Q3) :  disable     disable     disable      enable    \n"
-        "Receive flow control          :  disable     disable      enable     disable    \n"
-        "Rate Limit receive mode       :        0           0           3           0    \n"),
-        [("R", r, pokes[r]) for r in regs], pokes)
+    rows = [(f"Rate Limit transmit rate (Q{q})", [0, 102400, 960 if q == 0 else 0, 0]) for q in range(4)]
+    rows += [(f"Rate Limit receive rate  (Q{q})", [0, 0, 0, 1024]) for q in range(4)]
+    rows += [(f"Rate Limit transmit      (Q{q})", [OFF, ON, ON if q == 0 else OFF, OFF]) for q in range(4)]
+    rows += [(f"Rate Limit receive       (Q{q})", [OFF, OFF, OFF, ON]) for q in range(4)]
+    rows += [("Receive flow control", [OFF, OFF, ON, OFF]), ("Rate Limit receive mode", [0, 0, 3, 0])]
+    head = "\n                         Port :        1           2           3           4           \n"
+    check_command(bench, "rateinfo", head + "".join(row(*r) for r in rows), [("R", r, pokes[r]) for r in regs], pokes)
     # A code with no table row shows 0 and is on; the table rows show Kbps.
     prepare(bench, {203: 116, 204: 101, 205: 114})
     lines = console_session(bench, "rateinfo").outputs[0].split("\n")
