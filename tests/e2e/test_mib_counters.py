@@ -36,33 +36,27 @@ def port_reads(ports):
     return [a for p in ports for a in [p * 32 + i for i in range(32)] + [0x100 + p, 0x105 + p]]
 
 
-@pytest.mark.parametrize("line", ["showmib", "showmib 256"])
-def test_display_by_columns_shows_port_indices_1_to_4(bench, line):
+# Every port's counters set: the display by columns shows port indices 1 to 4;
+# a port number shows the port below it after reading the ports up to its own
+# (0: the heading and the labels alone).
+ALL = "1           2           3           4           "
+
+
+@pytest.mark.parametrize("arg, heading, shown, reads, error", [
+    ("", ALL, [1, 2, 3, 4], 5, None), (" 256", ALL, [1, 2, 3, 4], 5, None),
+    (" 1", 1, [0], 1, None), (" 4", 4, [3], 4, None), (" 0", 0, [], 0, None),
+    (" 5", None, [], 0, 5), (" -1", None, [], 0, -1), (" 3000000000", None, [], 0, -1294967296)])
+def test_display(bench, arg, heading, shown, reads, error):
     for p in range(5):
         for i in range(32):
             bench.mib(p, i, 1000 * p + i)
         bench.dropped(0x100 + p, 10 + p)
         bench.dropped(0x105 + p, 20 + p)
-    assert console_session(bench, line).outputs[0] == echo(line) + display(
-        "1           2           3           4           ",
-        [dict({i: 1000 * p + i for i in range(32)}, tx=10 + p, rx=20 + p) for p in range(1, 5)])
-    assert table_reads(command_xfers(bench)) == port_reads(range(5))
-
-
-# A port number reads the ports up to its own; 0 gives the heading and the
-# labels alone.
-@pytest.mark.parametrize("arg, error", [
-    ("1", None), ("4", None), ("0", None), ("5", 5), ("-1", -1), ("3000000000", -1294967296)])
-def test_single_port(bench, arg, error):
-    for p in range(5):
-        bench.mib(p, 5, 10 + p)
-        bench.dropped(0x100 + p, 20 + p)
-        bench.dropped(0x105 + p, 30 + p)
-    n = 0 if error else int(arg)
-    assert console_session(bench, f"showmib {arg}").outputs[0] == echo(f"showmib {arg}") + (
-        display(n, [{5: 9 + n, "tx": 19 + n, "rx": 29 + n}] if n else [])
-        if error is None else f"error: incorrect Switch port ({error}) to set! \n")
-    assert table_reads(command_xfers(bench)) == port_reads(range(n))
+    line = "showmib" + arg
+    assert console_session(bench, line).outputs[0] == echo(line) + (
+        f"error: incorrect Switch port ({error}) to set! \n" if error is not None else display(
+            heading, [dict({i: 1000 * p + i for i in range(32)}, tx=10 + p, rx=20 + p) for p in shown]))
+    assert table_reads(command_xfers(bench)) == port_reads(range(reads))
 
 
 def test_counts_add_up_over_reads(bench):
