@@ -1,9 +1,7 @@
 """MIB counters: showmib and clearmib (the tool's -M is a console test)."""
-import subprocess
-
 import pytest
 
-from console_util import command_xfers, console_session, echo
+from console_util import LiveConsole, command_xfers, console_session, echo
 
 # Display order, with the chip counter each row shows: TxLateCollision (22)
 # comes after TxUnicastPkts.
@@ -60,19 +58,14 @@ def test_display(bench, arg, heading, shown, reads, error):
 
 
 def test_counts_add_up_over_reads(bench):
-    proc = bench.spawn(["-C"], stdin=subprocess.PIPE)  # a console fed one line at a time
-    prompts = [0]
+    console = LiveConsole(bench)  # fed one line at a time
 
     def command(line):
-        if line:
-            proc.popen.stdin.write(line.encode() + b"\n")
-            proc.popen.stdin.flush()
-        prompts[0] += 1
-        assert bench.wait_for(lambda: proc.output().count("=>") >= prompts[0])
-        # output() reads text with universal newlines: the echo ends in "\n".
-        return proc.output().split("=>")[-2].partition("\n")[2]
+        prompts = console.wait(lambda out: out.endswith("=>")).count("=>")
+        console.send(line.encode() + b"\n")
+        return console.wait(lambda out: out.count("=>") > prompts).split("=>")[-2].partition("\n")[2]
 
-    command("")
+    console.wait(lambda out: out.endswith("=>"))  # started: its counts are 0
     bench.mib(1, 0, 100)
     bench.mib(1, 1, 5, overflow=True)
     bench.mib(1, 2, 0x3FFFFFFF)
@@ -97,9 +90,7 @@ def test_counts_add_up_over_reads(bench):
     bench.mib(1, 0, 9)
     bench.dropped(0x101, 3)
     assert command("showmib 2") == echo("showmib 2") + display(2, [{0: 9, "tx": 0x10003, "rx": 7}])
-    proc.popen.stdin.write(b"exit\n")
-    proc.popen.stdin.close()
-    assert proc.wait() == 0
+    console.close()
 
 
 @pytest.mark.parametrize("k, ready", [(99, True), (100, False)])
