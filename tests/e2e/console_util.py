@@ -75,9 +75,9 @@ def rmw(reg, before, after):
 
 class LiveConsole:
     """`switch_config -C` fed its input a piece at a time, for what it shows
-    before it has read the rest. Its standard output is a file, which the C
-    library fills only when the program flushes it; the text read back has
-    "\r\n" as "\n"."""
+    before it has read the rest. Its standard output is a file, which gets
+    what the C library buffers only when the program flushes it; the text
+    read back has "\\r\\n" as "\\n"."""
 
     def __init__(self, bench):
         self.bench = bench
