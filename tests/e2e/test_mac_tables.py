@@ -21,13 +21,6 @@ def entry(**fields):
     return dict(ZERO, valid=1, mac=MAC, **fields)
 
 
-def test_macadd_writes_data_then_control_then_address(bench):
-    assert console_session(bench, "macadd 01:02:03:04:05:06 2 1 5").outputs[0] == echo(
-        "macadd 01:02:03:04:05:06 2 1 5")
-    assert shape(command_xfers(bench)) == row_reads(range(32)) + [("W", 113, 0x05), ("W", 114, 0xE2)] + [
-        ("W", 114 + b, b) for b in range(1, 7)] + [("W", 110, 0x00), ("W", 111, 0x00)]
-
-
 @pytest.mark.parametrize("lines, rows", [
     # ports add up for one address and FID; the flags take the last command's values
     ([f"macadd {MAC} 2 0 7", f"macadd {MAC} 3 1 7"], {0: entry(ports=6, override=1, use_fid=1, fid=7)}),
