@@ -332,8 +332,9 @@ def test_daemon_ends_after_detaching(bench, tmp_path, network, first_error):
     out = "running as daemon\n" + STATUS["nand"]
     out += " Oops switch is not in managed mode\n" if network == "chip-lost" else ""
     assert res.rc == 0 and wait_for(lambda: res.refresh().out == out), res
-    assert wait_for(bench.path(DAEMON_PID_FILE).exists)
-    child = int(bench.path(DAEMON_PID_FILE).read_text())
+    pid_file = bench.path(DAEMON_PID_FILE)
+    assert wait_for(lambda: pid_file.exists() and pid_file.read_text().endswith("\n"))
+    child = int(pid_file.read_text())
     daemon_ended(bench, child)
     # In the VM the syslog receiver may still hold the last lines.
     expected = [] if first_error is None else [(ERR, first_error), (ERR, "Error while getting server up\n"),
