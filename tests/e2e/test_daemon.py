@@ -51,9 +51,9 @@ CALLS = ("sleep", "gpio", "close")  # what only the preload bench sees (Bench.se
 
 
 def timeline(bench, pid):
-    """What one process did, in order: ("sleep", us), ("log", level, text),
-    (op, reg, val) of a good transfer, ("gpio", path, bytes), ("level", line,
-    level), ("close", path); and ("mark",) where the test held the bench."""
+    # What one process did, in order: ("sleep", us), ("log", level, text),
+    # (op, reg, val) of a good transfer, ("gpio", path, bytes), ("level", line,
+    # level), ("close", path); and ("mark",) where the test held the bench.
     out = []
     for e in bench.events():
         if e.kind == "mark":
@@ -74,12 +74,12 @@ def timeline(bench, pid):
 
 
 def seen(bench, steps):
-    """The steps of a timeline that the bench can see."""
+    # The steps of a timeline that the bench can see.
     return [t for t in steps if bench.sees_calls or t[0] not in CALLS]
 
 
 def first_pid(bench):
-    """The first process that reached the chip: a daemon's parent."""
+    # The first process that reached the chip: a daemon's parent.
     return bench.xfer_events()[0].pid
 
 
@@ -88,7 +88,7 @@ def logs(bench, pid):
 
 
 def main_thread_logs(bench, pid):
-    """The daemon's log without the receive thread's lines."""
+    # The daemon's log without the receive thread's lines.
     return [line for line in logs(bench, pid) if line != RECEIVED]
 
 
@@ -97,7 +97,7 @@ def is_poll(t):
 
 
 def wait_polls(bench, pid, n):
-    """Waits until the daemon has made n more passes."""
+    # Waits until the daemon has made n more passes.
     def polls():
         return sum(map(is_poll, timeline(bench, pid)))
     start = polls()
@@ -113,11 +113,11 @@ def polls_between(tl, first, last):
 
 
 def batch_then_five_polls(tl, refresh, before_age):
-    """Checks that a batch's datagrams are consumed in the pass that sent them
-    and the refresh comes five polls after the batch. Only when the receive
-    thread logged the last of them after that pass's step before_age (the one
-    before it looks at the flag) may the flag have waited for the next pass,
-    and six polls are right."""
+    # Checks that a batch's datagrams are consumed in the pass that sent them
+    # and the refresh comes five polls after the batch. Only when the receive
+    # thread logged the last of them after that pass's step before_age (the one
+    # before it looks at the flag) may the flag have waited for the next pass,
+    # and six polls are right.
     batch_end = max(i for i, t in enumerate(tl) if t == ("sleep", BATCH_US))
     last_received = max(i for i, t in enumerate(tl[:refresh]) if t == ("log",) + RECEIVED)
     polls = polls_between(tl, batch_end, refresh)
@@ -125,7 +125,7 @@ def batch_then_five_polls(tl, refresh, before_age):
 
 
 def daemon_ended(bench, pid):
-    """Waits for the daemon's end; its last act is closing the device."""
+    # Waits for the daemon's end; its last act is closing the device.
     if bench.sees_calls:
         assert wait_for(lambda: timeline(bench, pid)[-1:] == [("close", SPIDEV)])
     assert wait_for(lambda: bench.ns_pids("switch_daemon") == [])
@@ -133,9 +133,9 @@ def daemon_ended(bench, pid):
 
 @contextlib.contextmanager
 def held_bench(bench):
-    """Holds the lock that every bench call of the board's processes takes,
-    so the daemon stops at its next transfer (or, on the preload bench, its
-    next sleep or log line); marks the event log."""
+    # Holds the lock that every bench call of the board's processes takes,
+    # so the daemon stops at its next transfer (or, on the preload bench, its
+    # next sleep or log line); marks the event log.
     with open(bench.sb / "state", "r+b") as state:
         fcntl.flock(state, fcntl.LOCK_EX)
         try:
@@ -147,8 +147,8 @@ def held_bench(bench):
 
 
 def threads(bench, pid):
-    """(datagrams read by the sockets of the daemon's network, its main
-    thread's state, the states of its other threads)."""
+    # (datagrams read by the sockets of the daemon's network, its main
+    # thread's state, the states of its other threads).
     out = bench.ns_run(["sh", "-c", f"cd /proc/{pid} && grep Udp6InDatagrams net/snmp6 && "
                         r"for t in task/*; do echo ${t#task/} $(sed 's/.*) \(.\).*/\1/' $t/stat); done"]).out.split()
     states = dict(zip(out[2::2], out[3::2]))
@@ -156,11 +156,11 @@ def threads(bench, pid):
 
 
 def send_held(bench, pid, payloads, taken):
-    """Sends the datagrams while the monitor loop waits at its next bench
-    call, and lets it go on once the receive thread has read `taken` of them
-    and sleeps again (having set the flag: on the preload bench it then waits
-    for the lock to log its line). The first pass after the mark consumes
-    them, wherever the loop was held."""
+    # Sends the datagrams while the monitor loop waits at its next bench
+    # call, and lets it go on once the receive thread has read `taken` of them
+    # and sleeps again (having set the flag: on the preload bench it then waits
+    # for the lock to log its line). The first pass after the mark consumes
+    # them, wherever the loop was held.
     with held_bench(bench):
         assert wait_for(lambda: threads(bench, pid)[1] != "R", timeout=60)
         before = threads(bench, pid)[0]
@@ -176,14 +176,14 @@ def start_helper(bench, path, argv0, *args):
 
 
 class Listener:
-    """An independent receiver joined to the notification group."""
+    # An independent receiver joined to the notification group.
 
     def __init__(self, bench, tmp_path):
         self.path = tmp_path / "datagrams.txt"
         start_helper(bench, self.path, "python3", HELPERS / "mcast_listen.py")
 
     def wait_count(self, n):
-        """Waits for n datagrams, all of them the notification sent with hop limit 1."""
+        # Waits for n datagrams, all of them the notification sent with hop limit 1.
         def got():
             return [(int(hops), bytes.fromhex(data))
                     for hops, _, data in (line.partition(" ") for line in self.path.read_text().splitlines()[1:])]
@@ -191,7 +191,7 @@ class Listener:
 
 
 class Recorder:
-    """A stand-in for an address service: records the signals it receives."""
+    # A stand-in for an address service: records the signals it receives.
 
     def __init__(self, bench, tmp_path, name):
         self.path = tmp_path / f"{name}.signals"
@@ -202,7 +202,7 @@ class Recorder:
 
 
 def start_services(bench, tmp_path):
-    """Both address services as signal recorders, with their pid files."""
+    # Both address services as signal recorders, with their pid files.
     autoipd = Recorder(bench, tmp_path, "avahi-autoipd")
     avahi = Recorder(bench, tmp_path, "avahi-daemon")
     bench.path("/var/run/avahi-autoipd.eth0.pid").write_text(f"{autoipd.pid}\n")
@@ -220,9 +220,9 @@ def send(bench, *payloads):
 
 
 def start_daemon(bench, scale=20):
-    """Starts the daemon; returns (parent's result, daemon pid) once the
-    refresh that the loop-back of its start-up batch brings is over. The
-    batch's sleeps leave the receive thread time to read each datagram."""
+    # Starts the daemon; returns (parent's result, daemon pid) once the
+    # refresh that the loop-back of its start-up batch brings is over. The
+    # batch's sleeps leave the receive thread time to read each datagram.
     bench.timescale(scale)
     res = bench.run([], argv0="switch_daemon")
     pid_file = bench.path(DAEMON_PID_FILE)

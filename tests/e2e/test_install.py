@@ -1,7 +1,7 @@
-"""The installed system: the tree that `cmake --install` lays out under a
-prefix and DESTDIR, the man pages as man renders them, the systemd unit, and
-the init script starting and stopping the daemon on the simulated board; the
-suppression file's directory that both make root's."""
+# The installed system: the tree that `cmake --install` lays out under a
+# prefix and DESTDIR, the man pages as man renders them, the systemd unit, and
+# the init script starting and stopping the daemon on the simulated board; the
+# suppression file's directory that both make root's.
 
 import os
 import re
@@ -23,7 +23,7 @@ NAND_STATUS = "Zorvi HPB-NAND KSZ8864 MANAGED port1_link UP port2_link UP daemon
 
 
 def install(prefix, destdir=None):
-    """Installs the build tree; returns the root under which the files lie."""
+    # Installs the build tree; returns the root under which the files lie.
     env = dict(os.environ)
     env.pop("DESTDIR", None)
     if destdir is not None:
@@ -35,7 +35,7 @@ def install(prefix, destdir=None):
 
 
 def tree(root):
-    """{relative path: (kind, permission bits or link target)} of the files."""
+    # {relative path: (kind, permission bits or link target)} of the files.
     out = {}
     for path in sorted(root.rglob("*")):
         rel = str(path.relative_to(root))
@@ -111,8 +111,8 @@ def test_installed_executable_is_the_build_output(tmp_path):
 
 
 def test_buildroot_package_writes_the_start_scripts_as_cmake_does(tmp_path):
-    """The Buildroot package makes the start scripts from the same templates
-    with its own substitutions: they must come out as CMake's for /usr."""
+    # The Buildroot package makes the start scripts from the same templates
+    # with its own substitutions: they must come out as CMake's for /usr.
     repo = Path(__file__).resolve().parents[2]
     mk = (repo / "packaging/buildroot/package/zorvi-switch/zorvi-switch.mk").read_text()
     script = re.search(r"^ZORVI_SWITCH_SUBSTITUTIONS = (.*)$", mk, re.M).group(1)
@@ -153,7 +153,7 @@ def test_man_page_renders_without_warnings(tmp_path, name):
 
 
 def test_man_page_names_every_console_command(bench):
-    """Every command that the console's help lists has its entry."""
+    # Every command that the console's help lists has its entry.
     help_text = console_session(bench, "help").outputs[0]
     commands = {m.group(1) for m in re.finditer(r"^([a-z0-9]+) [^=\n]*-- ", help_text, re.M)}
     assert len(commands) == 47
@@ -206,12 +206,12 @@ mount --move "$sb/board-tmp" /tmp
 
 
 def tmp_tops(*paths):
-    """The directories right under /tmp that hold the paths."""
+    # The directories right under /tmp that hold the paths.
     return sorted({str(Path(*p.parts[:3])) for p in map(Path, paths) if p.parts[1:2] == ("tmp",) and len(p.parts) > 2})
 
 
 class InitScript:
-    """The init script of an install under a prefix of the test's own."""
+    # The init script of an install under a prefix of the test's own.
 
     def __init__(self, bench, tmp_path):
         self.prefix = tmp_path / "prefix"
@@ -276,8 +276,8 @@ def test_init_script_starts_restarts_and_stops_the_daemon(init_script):
 
 @pytest.mark.parametrize("content", [None, "", "garbage\n", "other"])
 def test_init_script_trusts_the_pid_file_only_for_a_running_daemon(init_script, content):
-    """The daemon never removes its pid file: a stale one, or one whose pid now
-    belongs to another process, must not be mistaken for the daemon."""
+    # The daemon never removes its pid file: a stale one, or one whose pid now
+    # belongs to another process, must not be mistaken for the daemon.
     bench = init_script.bench
     pid_file = bench.path(DAEMON_PID_FILE)
     other = bench.spawn(["60"], argv0="sleep", prog="/bin/sleep")
@@ -322,7 +322,7 @@ NOBODY = ["/usr/bin/setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-grou
 
 
 def unit_start_steps(prefix):
-    """The unit's ExecStartPre commands, which run with full privileges."""
+    # The unit's ExecStartPre commands, which run with full privileges.
     return [shlex.split(line.split("=", 1)[1].lstrip("+"))
             for line in (prefix / UNIT).read_text().splitlines() if line.startswith("ExecStartPre=")]
 
