@@ -251,8 +251,6 @@ def test_start_up_detaches_and_announces_itself(net, tmp_path):
     listener = Listener(net, tmp_path)
     res, pid = start_daemon(net)
     assert (res.rc, res.out, res.err) == (0, "running as daemon\n" + STATUS["nand"], "")
-    assert net.path(DAEMON_PID_FILE).read_text() == f"{pid}\n"
-    assert net.ns_pids("switch_daemon") == [pid]
     # The parent: the chip id, the status line's reads, then its descriptor.
     assert timeline(net, first_pid(net)) == seen(net, [("R", 0, 0x95), ("R", 0, 0x95), ("R", 46, 32),
                                                        ("R", 62, 32), ("close", SPIDEV)])
@@ -270,18 +268,15 @@ def test_start_up_detaches_and_announces_itself(net, tmp_path):
                                           BROADCASTING] + NOBODY
     assert logs(net, pid).count(RECEIVED) == 3
     listener.wait_count(3)
-
-
-def test_second_daemon_refuses_to_start(net):
-    _, first = start_daemon(net)
+    # A second daemon refuses to start.
     net.clear_events()
     res = net.run([], argv0="/usr/sbin/switch_daemon")
-    assert (res.rc, res.out) == (0, f"running as daemon\n Oops daemon is already running with PID {first}\n")
+    assert (res.rc, res.out) == (0, f"running as daemon\n Oops daemon is already running with PID {pid}\n")
     if net.sees_calls:  # it only closes the device, which the kernel does not tell
         second = next(e.pid for e in net.events() if e.kind == "openlog")
         assert timeline(net, second) == [("close", SPIDEV)]
-    assert net.path(DAEMON_PID_FILE).read_text() == f"{first}\n"
-    assert net.ns_pids("switch_daemon") == [first]
+    assert net.path(DAEMON_PID_FILE).read_text() == f"{pid}\n"
+    assert net.ns_pids("switch_daemon") == [pid]
 
 
 # One attempt at managed mode: on the NAND board a single pulse on line 56,
