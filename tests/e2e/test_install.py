@@ -24,10 +24,7 @@ NAND_STATUS = "Zorvi HPB-NAND KSZ8864 MANAGED port1_link UP port2_link UP daemon
 
 def install(prefix, destdir=None):
     # Installs the build tree; returns the root under which the files lie.
-    env = dict(os.environ)
-    env.pop("DESTDIR", None)
-    if destdir is not None:
-        env["DESTDIR"] = str(destdir)
+    env = {k: v for k, v in os.environ.items() if k != "DESTDIR"} | ({"DESTDIR": str(destdir)} if destdir else {})
     res = subprocess.run(["cmake", "--install", str(BUILD), "--prefix", str(prefix)],
                          env=env, capture_output=True, text=True)
     assert res.returncode == 0, res.stdout + res.stderr
@@ -48,17 +45,14 @@ def tree(root):
 
 
 def elf_machine(path):
-    with open(path, "rb") as f:
-        header = f.read(20)
+    header = Path(path).read_bytes()[:20]
     assert header[:4] == b"\x7fELF", path
     return int.from_bytes(header[18:20], "little")
 
 
 def cache_value(name):
-    for line in (BUILD / "CMakeCache.txt").read_text().splitlines():
-        if line.startswith(name + ":"):
-            return line.split("=", 1)[1]
-    return ""
+    m = re.search(rf"^{name}:\w+=(.*)$", (BUILD / "CMakeCache.txt").read_text(), re.M)
+    return m[1] if m else ""
 
 
 # -- the installed tree -----------------------------------------------------------
