@@ -375,6 +375,7 @@ def test_unmanaged_mode_then_managed_again(bench):
 OPENS = pytest.mark.preload_only("root opens every sysfs file")
 @pytest.mark.parametrize("fault,arg,levels", [
     ("export-busy", "56", []),
+    ("export-busy", "191", []),
     pytest.param("gpio-open", GPIO + "export", [], marks=OPENS),
     pytest.param("gpio-open", GPIO + "gpio56/direction", [], marks=OPENS),
     pytest.param("gpio-write", GPIO + "gpio191/direction", MANAGED_LEVELS[:1],
