@@ -30,9 +30,12 @@ trap 'rm -rf "$work"' EXIT
 # The packages and everything they depend on, as apt resolves them for an
 # empty armhf system, downloaded into a directory of their own.
 mkdir -p "$work/debs/partial"
-# shellcheck disable=SC2086
-"$here/armhf-apt.sh" -o Dir::Cache::Archives="$work/debs" install -qq -y --download-only \
-    --no-install-recommends $packages >&2
+download() {
+    # shellcheck disable=SC2086
+    "$here/armhf-apt.sh" -o Dir::Cache::Archives="$work/debs" install -qq -y --download-only \
+        --no-install-recommends $packages >&2
+}
+download || { "$here/armhf-apt.sh" update && download; }
 new=$work/root
 mkdir -p "$new"
 for deb in "$work"/debs/*.deb; do

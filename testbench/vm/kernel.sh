@@ -58,7 +58,8 @@ fetch_host() {
         { apt-get update -qq && apt-get download -q -o APT::Sandbox::User=root "$@"; }; } >&2)
 }
 fetch_armhf() {
-    (cd "$dl" && "$here/armhf-apt.sh" download "$@" >&2)
+    (cd "$dl" && { "$here/armhf-apt.sh" download "$@" ||
+        { "$here/armhf-apt.sh" update && "$here/armhf-apt.sh" download "$@"; }; } >&2)
 }
 fetch=fetch_host
 [ "$arch" != arm ] || fetch=fetch_armhf

@@ -39,9 +39,12 @@ while [ $# -gt 0 ]; do
     esac
 done
 case $arch in
-    x86_64) dynamic=default static=static dirs="build build-static" deps=vm ;;
+    x86_64) dynamic=default static=static dirs="build build-static" size="" deps=vm ;;
     # The suite takes the better part of an hour per build under TCG there.
-    arm) dynamic=arm static=arm-static dirs="build-arm build-arm-static" deps=vm-arm timeout=${timeout:-7200} ;;
+    # The static board build has its size check too, whose stripped copy the
+    # install test compares.
+    arm) dynamic=arm static=arm-static dirs="build-arm build-arm-static" size=switch_config_size deps=vm-arm \
+        timeout=${timeout:-7200} ;;
     *) echo "run-e2e.sh: no VM for the architecture $arch" >&2; exit 2 ;;
 esac
 builds=${builds:-$dirs}
@@ -52,7 +55,7 @@ if [ -z "${SWITCH_VM_NO_SETUP:-}" ]; then
     cmake --preset $dynamic >/dev/null
     cmake --build --preset $dynamic -j2
     cmake --preset $static >/dev/null
-    cmake --build --preset $static -j2 --target switch_config benchctl chip_server
+    cmake --build --preset $static -j2 --target switch_config $size benchctl chip_server
 fi
 for b in $builds; do
     if [ ! -x "$b/switch_config" ] || [ ! -x "$b/testbench/chip_server" ]; then
