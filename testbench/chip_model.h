@@ -13,7 +13,7 @@
 namespace zb {
 
 constexpr uint32_t kStateMagic = 0x5a42454eU; // "ZBEN"
-constexpr uint32_t kStateVersion = 4;
+constexpr uint32_t kStateVersion = 5;
 
 enum Board : uint8_t { kBoardNand = 1, kBoardNor = 2 };
 
@@ -50,6 +50,18 @@ struct DynEntry {
 struct MibCounter {
     uint32_t value; // 30 bits
     uint8_t overflow;
+};
+
+// An SPI frame on the wire while chip select is active: the command, the
+// first register and where auto-increment has got to.
+struct SpiFrame {
+    uint32_t len;
+    uint8_t cmd;
+    uint8_t reg;
+    uint8_t first_val;
+    uint8_t next_reg; // auto-incremented register
+    uint8_t bpw;
+    bool rx;
 };
 
 struct Faults {
@@ -103,6 +115,9 @@ struct ChipState {
 
     Faults faults;
     uint64_t xfers; // transfers seen since init
+    // A message whose last transfer asks for cs_change leaves the chip
+    // selected: the next message's bytes continue this frame.
+    SpiFrame held_frame;
 };
 
 uint8_t chip_id(uint8_t board);

@@ -8,15 +8,7 @@ namespace zb {
 
 namespace {
 
-struct Frame {
-    size_t len;
-    uint8_t cmd;
-    uint8_t reg;
-    uint8_t first_val;
-    uint8_t next_reg; // auto-incremented register
-    uint8_t bpw;
-    bool rx;
-};
+using Frame = SpiFrame;
 
 void log_frame(const Frame &f, int pid, bool ok) {
     if (f.len == 0)
@@ -28,7 +20,7 @@ void log_frame(const Frame &f, int pid, bool ok) {
         std::snprintf(reg, sizeof reg, "%u", f.reg);
     if (f.len >= 3)
         std::snprintf(val, sizeof val, "%u", f.first_val);
-    event("xfer %d %s %s %s bpw=%u rx=%d len=%zu ok=%d", pid, op, reg, val, f.bpw, f.rx ? 1 : 0,
+    event("xfer %d %s %s %s bpw=%u rx=%d len=%u ok=%d", pid, op, reg, val, f.bpw, f.rx ? 1 : 0,
           f.len, ok ? 1 : 0);
 }
 
@@ -71,7 +63,8 @@ bool spi_message_fails(ChipState &s) {
 }
 
 void spi_message(ChipState &s, int pid, const SpiTransfer *xfers, size_t n, bool ok) {
-    Frame f{};
+    Frame f = s.held_frame;
+    s.held_frame = Frame{};
     for (size_t i = 0; i < n; ++i) {
         const SpiTransfer &t = xfers[i];
         if (f.len == 0) {
@@ -84,7 +77,10 @@ void spi_message(ChipState &s, int pid, const SpiTransfer *xfers, size_t n, bool
             if (t.rx != nullptr)
                 t.rx[k] = out;
         }
-        if (t.cs_change || i + 1 == n) {
+        const bool last = i + 1 == n;
+        if (last && t.cs_change) {
+            s.held_frame = f; // as a controller that honours cs_change does
+        } else if (t.cs_change || last) {
             log_frame(f, pid, ok);
             f = Frame{};
         }

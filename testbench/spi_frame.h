@@ -1,10 +1,11 @@
 // One SPI message on the simulated chip, the same for both ways into the
 // bench: the preload library's spidev emulation and the VM's chip server.
 //
-// Chip select spans the transfers of a message up to one with cs_change (and
-// always ends with the message). Byte 0 of a frame is the command (0x03 read,
-// 0x02 write), byte 1 the register, each further byte a data byte for the
-// next register (auto-increment). Each frame gives one `xfer` event.
+// Chip select spans the transfers of a message up to one with cs_change; it
+// ends with the message unless the last transfer has cs_change, which keeps
+// the chip selected into the next message (as the kernel's SPI core does). Byte 0 of a frame is the
+// command (0x03 read, 0x02 write), byte 1 the register, each further byte a data byte for the next
+// register (auto-increment). Each frame gives one `xfer` event.
 #pragma once
 
 #include "chip_model.h"

@@ -1,4 +1,5 @@
 """Helpers for console sessions on the test bench."""
+import subprocess
 
 CONSOLE_PREAMBLE = (
     "going to open input file /dev/spidev0.0\n"
@@ -56,3 +57,41 @@ def prepare(bench, pokes):
     for reg, val in pokes.items():
         bench.poke(reg, val)
     bench.clear_events()
+
+
+def check_command(bench, line, printed, xfers, pokes=None):
+    """Types one command line (on a chip prepared with the pokes, when given)
+    and checks what it prints after the token echo and its transfers."""
+    if pokes is not None:
+        prepare(bench, pokes)
+    assert console_session(bench, line).outputs[0] == echo(line) + printed
+    assert command_xfers(bench) == xfers
+
+
+def rmw(reg, before, after):
+    """A read-modify-write of one register."""
+    return [("R", reg, before), ("W", reg, after)]
+
+
+class LiveConsole:
+    """`switch_config -C` fed its input a piece at a time, for what it shows
+    before it has read the rest. Its standard output is a file, which gets
+    what the C library buffers only when the program flushes it; the text
+    read back has "\\r\\n" as "\\n"."""
+
+    def __init__(self, bench):
+        self.bench = bench
+        self.proc = bench.spawn(["-C"], stdin=subprocess.PIPE)
+
+    def send(self, keys):
+        self.proc.popen.stdin.write(keys)
+        self.proc.popen.stdin.flush()
+
+    def wait(self, predicate):
+        """Waits until the output so far meets the predicate; returns it."""
+        assert self.bench.wait_for(lambda: predicate(self.proc.output())), self.proc.output()[-300:]
+        return self.proc.output()
+
+    def close(self):
+        self.proc.popen.stdin.close()
+        assert self.proc.wait() == 0

@@ -1,5 +1,5 @@
-"""The test bench itself: real spidev clients on the simulated chip, and the
-chip model's rules that the product tests rest on."""
+# The test bench itself: real spidev clients on the simulated chip, and the
+# chip model's rules that the product tests rest on.
 import errno
 import json
 import os

@@ -1,6 +1,6 @@
-"""The firewall rules shipped for the daemon's notification port, in front of
-the daemon on the simulated board. The board's network namespace has eth0 on a
-veth pair; the other end lies in a namespace of its own, a host on the wire."""
+# The firewall rules shipped for the daemon's notification port, in front of
+# the daemon on the simulated board. The board's network namespace has eth0 on a
+# veth pair; the other end lies in a namespace of its own, a host on the wire.
 
 import re
 import shutil
@@ -36,7 +36,7 @@ REMOTE = ["fd5a::1", "192.0.2.1", "ff02::1%peer0"]
 
 
 def xtables(backend):
-    """Loads the ip6tables and iptables rules, lists the drops of both."""
+    # Loads the ip6tables and iptables rules, lists the drops of both.
     def tool(ip, suffix=""):
         return f"{ip}tables-{backend}{suffix}"
     load = [[tool("ip6", "-restore"), "--noflush", RULES / "switch_daemon.ip6tables"],
@@ -55,7 +55,7 @@ FIREWALLS = {
 
 
 def dropped(bench, firewall):
-    """How many datagrams each drop rule took, IPv6 first."""
+    # How many datagrams each drop rule took, IPv6 first.
     counts = []
     for cmd in FIREWALLS[firewall][1]:
         out = bench.ns_run(cmd).out

@@ -1,7 +1,7 @@
-"""The installed system: the tree that `cmake --install` lays out under a
-prefix and DESTDIR, the man pages as man renders them, the systemd unit, and
-the init script starting and stopping the daemon on the simulated board; the
-suppression file's directory that both make root's."""
+# The installed system: the tree that `cmake --install` lays out under a
+# prefix and DESTDIR, the man pages as man renders them, the systemd unit, and
+# the init script starting and stopping the daemon on the simulated board; the
+# suppression file's directory that both make root's.
 
 import os
 import re
@@ -23,11 +23,8 @@ NAND_STATUS = "Zorvi HPB-NAND KSZ8864 MANAGED port1_link UP port2_link UP daemon
 
 
 def install(prefix, destdir=None):
-    """Installs the build tree; returns the root under which the files lie."""
-    env = dict(os.environ)
-    env.pop("DESTDIR", None)
-    if destdir is not None:
-        env["DESTDIR"] = str(destdir)
+    # Installs the build tree; returns the root under which the files lie.
+    env = {k: v for k, v in os.environ.items() if k != "DESTDIR"} | ({"DESTDIR": str(destdir)} if destdir else {})
     res = subprocess.run(["cmake", "--install", str(BUILD), "--prefix", str(prefix)],
                          env=env, capture_output=True, text=True)
     assert res.returncode == 0, res.stdout + res.stderr
@@ -35,7 +32,7 @@ def install(prefix, destdir=None):
 
 
 def tree(root):
-    """{relative path: (kind, permission bits or link target)} of the files."""
+    # {relative path: (kind, permission bits or link target)} of the files.
     out = {}
     for path in sorted(root.rglob("*")):
         rel = str(path.relative_to(root))
@@ -48,57 +45,50 @@ def tree(root):
 
 
 def elf_machine(path):
-    with open(path, "rb") as f:
-        header = f.read(20)
+    header = Path(path).read_bytes()[:20]
     assert header[:4] == b"\x7fELF", path
     return int.from_bytes(header[18:20], "little")
 
 
 def cache_value(name):
-    for line in (BUILD / "CMakeCache.txt").read_text().splitlines():
-        if line.startswith(name + ":"):
-            return line.split("=", 1)[1]
-    return ""
+    m = re.search(rf"^{name}:\w+=(.*)$", (BUILD / "CMakeCache.txt").read_text(), re.M)
+    return m[1] if m else ""
 
 
 # -- the installed tree -----------------------------------------------------------
 
 
 def expected_tree(prefix, etc):
-    return {
-        f"{prefix}/sbin/switch_config": ("file", 0o755),
-        f"{prefix}/sbin/switch_daemon": ("link", "switch_config"),
-        f"{prefix}/share/man/man8/switch_config.8": ("file", 0o644),
-        f"{prefix}/share/man/man8/switch_daemon.8": ("file", 0o644),
-        f"{prefix}/lib/systemd/system/switch_daemon.service": ("file", 0o644),
-        f"{prefix}/lib/tmpfiles.d/switch_daemon.conf": ("file", 0o644),
-        f"{prefix}/share/zorvi-switch/switch_daemon.nft": ("file", 0o644),
-        f"{prefix}/share/zorvi-switch/switch_daemon.ip6tables": ("file", 0o644),
-        f"{prefix}/share/zorvi-switch/switch_daemon.iptables": ("file", 0o644),
-        f"{etc}/init.d/{INIT_SCRIPT}": ("file", 0o755),
-        f"{etc}/default/switch_daemon": ("file", 0o644),
-    }
+    files = {"sbin/switch_config": ("file", 0o755), "sbin/switch_daemon": ("link", "switch_config"),
+             "share/man/man8/switch_config.8": ("file", 0o644), "share/man/man8/switch_daemon.8": ("file", 0o644),
+             "lib/systemd/system/switch_daemon.service": ("file", 0o644),
+             "lib/tmpfiles.d/switch_daemon.conf": ("file", 0o644)}
+    files.update({f"share/zorvi-switch/switch_daemon.{ext}": ("file", 0o644) for ext in ("nft", "ip6tables", "iptables")})
+    out = {str(Path(prefix, path)): kind for path, kind in files.items()}
+    return out | {f"{etc}/init.d/{INIT_SCRIPT}": ("file", 0o755), f"{etc}/default/switch_daemon": ("file", 0o644)}
 
 
-@pytest.mark.parametrize("prefix,etc", [
-    ("/usr", "etc"),  # the configuration of the prefix /usr lives in /etc
-    ("/usr/local", "usr/local/etc"),
-    ("/opt/zorvi", "opt/zorvi/etc"),
-])
-def test_staged_install_lays_out_the_tree(tmp_path, prefix, etc):
-    root = install(prefix, destdir=tmp_path / "stage")
-    p = prefix.lstrip("/")
+# The configuration of the prefix /usr lives in /etc; prefix None: an install
+# without DESTDIR, to a prefix of the test's own.
+@pytest.mark.parametrize("prefix,etc", [("/usr", "etc"), ("/usr/local", "usr/local/etc"),
+                                        ("/opt/zorvi", "opt/zorvi/etc"), (None, "etc")])
+def test_install_lays_out_the_tree(tmp_path, prefix, etc):
+    if prefix is None:
+        prefix = str(tmp_path / "prefix")
+        install(prefix)
+        root, p, conf = Path(prefix), "", f"{prefix}/etc"
+    else:
+        root, p, conf = install(prefix, destdir=tmp_path / "stage"), prefix.lstrip("/"), "/" + etc
     assert tree(root) == expected_tree(p, etc)
     # The scripts name the installed paths, not the staging directory.
     script = (root / etc / "init.d" / INIT_SCRIPT).read_text()
     unit = (root / p / UNIT).read_text()
-    conf = "/" + etc
     assert f"DAEMON={prefix}/sbin/switch_daemon\n" in script
     assert f". {conf}/default/switch_daemon\n" in script
     assert f"ExecStart={prefix}/sbin/switch_daemon -D ${{SWITCH_DAEMON_DEVICE}}\n" in unit
     assert f"EnvironmentFile=-{conf}/default/switch_daemon\n" in unit
     assert f"ExecStartPre=+systemd-tmpfiles --create {prefix}/lib/tmpfiles.d/switch_daemon.conf\n" in unit
-    assert str(tmp_path) not in script + unit
+    assert p == "" or str(tmp_path) not in script + unit
 
 
 def test_installed_executable_is_the_build_output(tmp_path):
@@ -114,27 +104,15 @@ def test_installed_executable_is_the_build_output(tmp_path):
     assert (sbin / "switch_daemon").resolve() == (sbin / "switch_config").resolve()
 
 
-def test_install_without_destdir_honours_the_prefix(tmp_path):
-    prefix = tmp_path / "prefix"
-    install(prefix)
-    got = tree(prefix)
-    assert got["sbin/switch_daemon"] == ("link", "switch_config")
-    assert got[f"etc/init.d/{INIT_SCRIPT}"] == ("file", 0o755)
-    assert f"DAEMON={prefix}/sbin/switch_daemon\n" in (prefix / "etc/init.d" / INIT_SCRIPT).read_text()
-
-
 def test_buildroot_package_writes_the_start_scripts_as_cmake_does(tmp_path):
-    """The Buildroot package makes the start scripts from the same templates
-    with its own substitutions: they must come out as CMake's for /usr."""
-    repo = Path(__file__).resolve().parents[2]
-    mk = (repo / "packaging/buildroot/package/zorvi-switch/zorvi-switch.mk").read_text()
+    # The Buildroot package makes the start scripts from the same templates
+    # with its own substitutions: they must come out as CMake's for /usr.
+    mk = (REPO / "packaging/buildroot/package/zorvi-switch/zorvi-switch.mk").read_text()
     script = re.search(r"^ZORVI_SWITCH_SUBSTITUTIONS = (.*)$", mk, re.M).group(1)
     root = install("/usr", destdir=tmp_path / "stage")
-    for template, installed in [
-        ("init.d/switch_daemon.in", f"etc/init.d/{INIT_SCRIPT}"),
-        ("systemd/switch_daemon.service.in", "usr/" + UNIT),
-    ]:
-        res = subprocess.run(["sed", "-e", script, str(repo / "packaging" / template)],
+    for template, installed in [("init.d/switch_daemon.in", f"etc/init.d/{INIT_SCRIPT}"),
+                                ("systemd/switch_daemon.service.in", "usr/" + UNIT)]:
+        res = subprocess.run(["sed", "-e", script, str(REPO / "packaging" / template)],
                              capture_output=True, text=True, check=True)
         assert re.search(r"@[A-Z_]+@", res.stdout) is None
         assert res.stdout == (root / installed).read_text()
@@ -143,20 +121,14 @@ def test_buildroot_package_writes_the_start_scripts_as_cmake_does(tmp_path):
 # -- man pages -----------------------------------------------------------------------
 
 
-def render(page):
-    env = dict(os.environ, MANWIDTH="80", LC_ALL="C.UTF-8", MAN_KEEP_FORMATTING="")
-    env.pop("MANPAGER", None)
-    env.pop("PAGER", None)
-    res = subprocess.run(["man", "--warnings", "-E", "UTF-8", "-l", str(page)],
-                         env=env, capture_output=True, text=True)
-    return res
-
-
 @pytest.mark.skipif(shutil.which("man") is None, reason="man-db is not installed")
 @pytest.mark.parametrize("name", ["switch_config", "switch_daemon"])
 def test_man_page_renders_without_warnings(tmp_path, name):
     root = install("/usr", destdir=tmp_path / "stage")
-    res = render(root / f"usr/share/man/man8/{name}.8")
+    env = {k: v for k, v in os.environ.items() if k not in ("MANPAGER", "PAGER")}
+    res = subprocess.run(["man", "--warnings", "-E", "UTF-8", "-l", str(root / f"usr/share/man/man8/{name}.8")],
+                         env=env | {"MANWIDTH": "80", "LC_ALL": "C.UTF-8", "MAN_KEEP_FORMATTING": ""},
+                         capture_output=True, text=True)
     assert (res.returncode, res.stderr) == (0, "")
     lines = res.stdout.splitlines()
     assert lines[0].split() == [f"{name.upper()}(8)", "System", "Administration", f"{name.upper()}(8)"]
@@ -166,11 +138,11 @@ def test_man_page_renders_without_warnings(tmp_path, name):
 
 
 def test_man_page_names_every_console_command(bench):
-    """Every command that the console's help lists has its entry."""
+    # Every command that the console's help lists has its entry.
     help_text = console_session(bench, "help").outputs[0]
     commands = {m.group(1) for m in re.finditer(r"^([a-z0-9]+) [^=\n]*-- ", help_text, re.M)}
     assert len(commands) == 47
-    source = (Path(__file__).resolve().parents[2] / "packaging/man/switch_config.8").read_text()
+    source = (REPO / "packaging/man/switch_config.8").read_text()
     section = source[source.index("The commands, with"):source.index(".SH PROCESS LOOKUP")]
     bold = set()
     for line in section.splitlines():
@@ -219,12 +191,12 @@ mount --move "$sb/board-tmp" /tmp
 
 
 def tmp_tops(*paths):
-    """The directories right under /tmp that hold the paths."""
+    # The directories right under /tmp that hold the paths.
     return sorted({str(Path(*p.parts[:3])) for p in map(Path, paths) if p.parts[1:2] == ("tmp",) and len(p.parts) > 2})
 
 
 class InitScript:
-    """The init script of an install under a prefix of the test's own."""
+    # The init script of an install under a prefix of the test's own.
 
     def __init__(self, bench, tmp_path):
         self.prefix = tmp_path / "prefix"
@@ -253,20 +225,25 @@ def init_script(bench, tmp_path):
     return InitScript(bench, tmp_path)
 
 
-def test_init_script_starts_and_stops_the_daemon(init_script):
+def test_init_script_starts_restarts_and_stops_the_daemon(init_script):
     res = init_script("start")
     pid = init_script.pid_file()
     assert (res.rc, res.err) == (0, "")
     assert res.out == ("Starting switch_daemon\nrunning as daemon\n" + NAND_STATUS
                        + f"switch_daemon started (pid {pid})\n")
     assert init_script.daemons() == [pid]
-    # Made beforehand, the pid file is not writable by everyone.
-    assert stat.S_IMODE(init_script.bench.path(DAEMON_PID_FILE).stat().st_mode) == 0o644
 
     res = init_script("start")
     assert (res.rc, res.out) == (0, f"switch_daemon is already running (pid {pid})\n")
     res = init_script("status")
     assert (res.rc, res.out) == (0, f"switch_daemon is running (pid {pid})\n")
+    assert init_script.daemons() == [pid]
+
+    res = init_script("restart")
+    old, pid = pid, init_script.pid_file()
+    assert (res.rc, res.err) == (0, "") and pid != old
+    assert res.out == (f"Stopping switch_daemon (pid {old})\nswitch_daemon stopped\nStarting switch_daemon\n"
+                       f"running as daemon\n{NAND_STATUS}switch_daemon started (pid {pid})\n")
     assert init_script.daemons() == [pid]
 
     res = init_script("stop")
@@ -280,22 +257,10 @@ def test_init_script_starts_and_stops_the_daemon(init_script):
     assert (res.rc, res.out) == (0, "switch_daemon is not running\n")
 
 
-def test_init_script_restart_replaces_the_daemon(init_script):
-    assert init_script("start").rc == 0
-    old = init_script.pid_file()
-    res = init_script("restart")
-    new = init_script.pid_file()
-    assert res.rc == 0 and new != old
-    assert res.out.startswith(f"Stopping switch_daemon (pid {old})\nswitch_daemon stopped\nStarting switch_daemon\n")
-    assert res.out.endswith(f"switch_daemon started (pid {new})\n")
-    assert init_script.daemons() == [new]
-    assert init_script("stop").rc == 0
-
-
 @pytest.mark.parametrize("content", [None, "", "garbage\n", "other"])
 def test_init_script_trusts_the_pid_file_only_for_a_running_daemon(init_script, content):
-    """The daemon never removes its pid file: a stale one, or one whose pid now
-    belongs to another process, must not be mistaken for the daemon."""
+    # The daemon never removes its pid file: a stale one, or one whose pid now
+    # belongs to another process, must not be mistaken for the daemon.
     bench = init_script.bench
     pid_file = bench.path(DAEMON_PID_FILE)
     other = bench.spawn(["60"], argv0="sleep", prog="/bin/sleep")
@@ -340,7 +305,7 @@ NOBODY = ["/usr/bin/setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-grou
 
 
 def unit_start_steps(prefix):
-    """The unit's ExecStartPre commands, which run with full privileges."""
+    # The unit's ExecStartPre commands, which run with full privileges.
     return [shlex.split(line.split("=", 1)[1].lstrip("+"))
             for line in (prefix / UNIT).read_text().splitlines() if line.startswith("ExecStartPre=")]
 
@@ -380,4 +345,5 @@ def test_only_root_can_create_the_suppression_file_after_a_start(init_script, st
     res = bench.ns_run(NOBODY + ["/usr/bin/touch", suppression])
     assert (res.rc, res.err) == (1, f"/usr/bin/touch: cannot touch '{suppression}': Permission denied\n")
     assert bench.ns_run(["/usr/bin/touch", suppression]).rc == 0
+    # Made beforehand, the pid file is not writable by everyone.
     assert stat.S_IMODE(bench.path(DAEMON_PID_FILE).stat().st_mode) == 0o644

@@ -1,13 +1,8 @@
-"""The console's line editor: its echo of each key, byte for byte, through a
-pipe, and what a real terminal (a tmux pane) shows after editing."""
-import shlex
-import shutil
-import subprocess
-import time
-
+"""The console's line editor: its echo of each key, byte for byte, and each
+echo shown as its key comes."""
 import pytest
 
-from console_util import CONSOLE_END, CONSOLE_PREAMBLE, command_xfers, console_session
+from console_util import CONSOLE_END, CONSOLE_PREAMBLE, LiveConsole, command_xfers, console_session
 
 ERASE = b"\b \b"
 CTRL_W = b"readline: case 0x17\n"
@@ -57,61 +52,14 @@ def test_lines_end_and_recall(bench):
     assert command_xfers(bench) == [("R", 0x10, 0x42), ("R", 0x11, 0), ("R", 0x12, 0), ("R", 0x13, 0)]
 
 
-# -- a real terminal ----------------------------------------------------------
-
-START_LINES = CONSOLE_PREAMBLE.splitlines() + ["valid device ID!"]
-
-
-@pytest.fixture
-def screen(bench, tmp_path):
-    """The console in a tmux pane whose terminal delivers every key as it
-    comes (no line editing, echo or signal keys of its own), as whoever
-    starts the console for a user sets it up; the command line is the one
-    Bench.run would use. Gives a function that sends keys (tmux key names,
-    or text in a list) and returns the pane below the start lines once it
-    shows the expected lines (or the time is up)."""
-    if shutil.which("tmux") is None:
-        pytest.skip("tmux is not installed")
-    sock = str(tmp_path / "tmux.sock")
-
-    def tmux(*args):
-        return subprocess.run(["tmux", "-S", sock, *args], check=True, capture_output=True, text=True).stdout
-
-    env = bench._env()
-    setting = " ".join(f"{k}={shlex.quote(env[k])}" for k in ("LD_PRELOAD", "ZORVI_SANDBOX", "ASAN_OPTIONS")
-                       if k in env)
-    command = shlex.join(bench._argv(["-C"], "switch_config", None))
-    tmux("new-session", "-d", "-x", "80", "-y", "24",
-         f"stty -icanon -echo -isig -iexten -ixon; env {setting} {command}; sleep 60")
-
-    def keys(expected, *names):
-        for name in names:
-            tmux("send-keys", *(["-l"] + name if isinstance(name, list) else [name]))
-        deadline = time.monotonic() + 10
-        while True:
-            lines = tmux("capture-pane", "-p").rstrip("\n").splitlines()
-            if lines == START_LINES + expected or time.monotonic() > deadline:
-                return lines[len(START_LINES):] if lines[:len(START_LINES)] == START_LINES else lines
-            time.sleep(0.05)
-
-    yield keys
-    subprocess.run(["tmux", "-S", sock, "kill-server"], capture_output=True)
-
-
-def test_screen_after_editing(screen):
-    assert screen(["=>"]) == ["=>"]
-    assert screen(["=>ab    cd"], ["ab"], "Tab", ["cd"]) == ["=>ab    cd"]
-    # Backspace over the tab retypes the line up to it.
-    assert screen(["=>ab"], "BSpace", "BSpace", "BSpace") == ["=>ab"]
-    assert screen(["=>"], "Tab", ["x"], "C-u") == ["=>"]
-    # The Ctrl-W line moves the cursor to the next line, where the erasing
-    # of the word no longer shows: the line now holds "rrb" alone.
-    shown = ["=>rrb 10 readline: case 0x17", "readline: case 0x17", " 10"]
-    assert screen(shown, ["rrb 10 "], "C-w", "C-w", [" 10"]) == shown
-    shown += ["The token 1 is argv[0]=10", "reg.10 : 00", "=>"]
-    assert screen(shown, "Enter") == shown
-    # An empty line recalls what the handler left of the line.
-    shown[-1:] = ["=>rrb", RRB_USAGE[:-2], "", "=>"]
-    assert screen(shown, "Enter") == shown
-    shown[-1:] = ["=>exit", "exit cli function."]
-    assert screen(shown, ["exit"], "Enter") == shown
+# Typed one key at a time, as on a terminal: each key's echo shows before the
+# next key comes, and so do the prompt and the line end.
+def test_each_key_shows_at_once(bench):
+    console = LiveConsole(bench)
+    shown = console.wait(lambda out: out.endswith("=>"))
+    for key, echo in [(b"a", "a"), (b"\t", " " * 5), (b"b", "b"), (b"\x7f", "\b \b"),
+                      (b"\x7f", "\b \b" * 6 + "a"), (b"\x15", "\b \b"), (b"\r", "\n=>"), (b"\x03", CONSOLE_END)]:
+        console.send(key)
+        shown += echo
+        assert console.wait(lambda out: out == shown) == shown
+    console.close()

@@ -1,9 +1,7 @@
 """MIB counters: showmib and clearmib (the tool's -M is a console test)."""
-import subprocess
-
 import pytest
 
-from console_util import command_xfers, console_session, echo
+from console_util import LiveConsole, command_xfers, console_session, echo
 
 # Display order, with the chip counter each row shows: TxLateCollision (22)
 # comes after TxUnicastPkts.
@@ -36,49 +34,38 @@ def port_reads(ports):
     return [a for p in ports for a in [p * 32 + i for i in range(32)] + [0x100 + p, 0x105 + p]]
 
 
-@pytest.mark.parametrize("line", ["showmib", "showmib 256"])
-def test_display_by_columns_shows_port_indices_1_to_4(bench, line):
+# Every port's counters set: the display by columns shows port indices 1 to 4;
+# a port number shows the port below it after reading the ports up to its own
+# (0: the heading and the labels alone).
+ALL = "1           2           3           4           "
+
+
+@pytest.mark.parametrize("arg, heading, shown, reads, error", [
+    ("", ALL, [1, 2, 3, 4], 5, None), (" 256", ALL, [1, 2, 3, 4], 5, None),
+    (" 1", 1, [0], 1, None), (" 4", 4, [3], 4, None), (" 0", 0, [], 0, None),
+    (" 5", None, [], 0, 5), (" -1", None, [], 0, -1), (" 3000000000", None, [], 0, -1294967296)])
+def test_display(bench, arg, heading, shown, reads, error):
     for p in range(5):
         for i in range(32):
             bench.mib(p, i, 1000 * p + i)
         bench.dropped(0x100 + p, 10 + p)
         bench.dropped(0x105 + p, 20 + p)
-    assert console_session(bench, line).outputs[0] == echo(line) + display(
-        "1           2           3           4           ",
-        [dict({i: 1000 * p + i for i in range(32)}, tx=10 + p, rx=20 + p) for p in range(1, 5)])
-    assert table_reads(command_xfers(bench)) == port_reads(range(5))
-
-
-# A port number reads the ports up to its own; 0 gives the heading and the
-# labels alone.
-@pytest.mark.parametrize("arg, error", [
-    ("1", None), ("4", None), ("0", None), ("5", 5), ("-1", -1), ("3000000000", -1294967296)])
-def test_single_port(bench, arg, error):
-    for p in range(5):
-        bench.mib(p, 5, 10 + p)
-        bench.dropped(0x100 + p, 20 + p)
-        bench.dropped(0x105 + p, 30 + p)
-    n = 0 if error else int(arg)
-    assert console_session(bench, f"showmib {arg}").outputs[0] == echo(f"showmib {arg}") + (
-        display(n, [{5: 9 + n, "tx": 19 + n, "rx": 29 + n}] if n else [])
-        if error is None else f"error: incorrect Switch port ({error}) to set! \n")
-    assert table_reads(command_xfers(bench)) == port_reads(range(n))
+    line = "showmib" + arg
+    assert console_session(bench, line).outputs[0] == echo(line) + (
+        f"error: incorrect Switch port ({error}) to set! \n" if error is not None else display(
+            heading, [dict({i: 1000 * p + i for i in range(32)}, tx=10 + p, rx=20 + p) for p in shown]))
+    assert table_reads(command_xfers(bench)) == port_reads(range(reads))
 
 
 def test_counts_add_up_over_reads(bench):
-    proc = bench.spawn(["-C"], stdin=subprocess.PIPE)  # a console fed one line at a time
-    prompts = [0]
+    console = LiveConsole(bench)  # fed one line at a time
 
     def command(line):
-        if line:
-            proc.popen.stdin.write(line.encode() + b"\n")
-            proc.popen.stdin.flush()
-        prompts[0] += 1
-        assert bench.wait_for(lambda: proc.output().count("=>") >= prompts[0])
-        # output() reads text with universal newlines: the echo ends in "\n".
-        return proc.output().split("=>")[-2].partition("\n")[2]
+        prompts = console.wait(lambda out: out.endswith("=>")).count("=>")
+        console.send(line.encode() + b"\n")
+        return console.wait(lambda out: out.count("=>") > prompts).split("=>")[-2].partition("\n")[2]
 
-    command("")
+    console.wait(lambda out: out.endswith("=>"))  # started: its counts are 0
     bench.mib(1, 0, 100)
     bench.mib(1, 1, 5, overflow=True)
     bench.mib(1, 2, 0x3FFFFFFF)
@@ -103,9 +90,7 @@ def test_counts_add_up_over_reads(bench):
     bench.mib(1, 0, 9)
     bench.dropped(0x101, 3)
     assert command("showmib 2") == echo("showmib 2") + display(2, [{0: 9, "tx": 0x10003, "rx": 7}])
-    proc.popen.stdin.write(b"exit\n")
-    proc.popen.stdin.close()
-    assert proc.wait() == 0
+    console.close()
 
 
 @pytest.mark.parametrize("k, ready", [(99, True), (100, False)])

@@ -2,7 +2,7 @@
 802.1Q, and the vlaninfo display."""
 import pytest
 
-from console_util import command_xfers, console_session, echo, prepare
+from console_util import check_command, console_session, prepare, rmw
 
 
 def test_vlaninfo_shows_port_indices_1_to_4(bench):
@@ -11,8 +11,8 @@ def test_vlaninfo_shows_port_indices_1_to_4(bench):
     # high VID register's bits 4-7 among them, show nothing.
     pokes = {16: 0xFF, 18: 0xFF, 19: 0xFF, 20: 0xFF, 32: 0xF9, 34: 0x9F, 35: 0xF0, 36: 1, 52: 1,
              64: 0x04, 68: 1, 80: 0x02, 83: 0x50, 84: 100, 5: 0xFF}
-    prepare(bench, pokes)
-    assert console_session(bench, "vlaninfo").outputs[0] == echo("vlaninfo") + (
+    regs = [16 * i + off for i in range(5) for off in (20, 19, 16, 18)] + [5]
+    check_command(bench, "vlaninfo", (
         "\n"
         "                Port :        1           2           3           4           \n"
         "VLAN defaul VID      :        1           1           1         100    \n"
@@ -20,9 +20,7 @@ def test_vlaninfo_shows_port_indices_1_to_4(bench):
         "VLAN tag removal     :  disable     disable     disable      enable    \n"
         "VLAN ingress filter  :  disable     disable     disable     disable    \n"
         "VLAN discard PVID    :  disable     disable     disable     disable    \n"
-        "VLAN 802.1Q          :   enable\n")
-    regs = [16 * i + off for i in range(5) for off in (20, 19, 16, 18)] + [5]
-    assert command_xfers(bench) == [("R", r, pokes.get(r, 0)) for r in regs]
+        "VLAN 802.1Q          :   enable\n"), [("R", r, pokes.get(r, 0)) for r in regs], pokes)
     prepare(bench, {34: 0x40, 66: 0x20, 35: 0xFA, 36: 0xBC, 5: 0x7F})
     lines = console_session(bench, "vlaninfo").outputs[0].split("\n")
     assert lines[8] == "VLAN 802.1Q          :  disable"
@@ -30,47 +28,42 @@ def test_vlaninfo_shows_port_indices_1_to_4(bench):
     assert [line.split()[-2] for line in (lines[6], lines[7])] == ["disable", "enable"]
 
 
-# Each setter: the line, the register values before, the transfers.
-@pytest.mark.parametrize("line,pokes,xfers", [
-    ("vlandefvid 1 4095", {19: 0xA0}, [("W", 20, 0xFF), ("R", 19, 0xA0), ("W", 19, 0xAF)]),
-    ("vlandefvid 5 100", {83: 0x5F}, [("W", 84, 100), ("R", 83, 0x5F), ("W", 83, 0x50)]),
-    ("vlandefvid 2 65637", {35: 0x0F}, [("W", 36, 101), ("R", 35, 0x0F), ("W", 35, 0x00)]),
-    ("vlanenable", {5: 0x01}, [("R", 5, 0x01), ("W", 5, 0x81)]),
-    ("vlandisable", {5: 0xFF}, [("R", 5, 0xFF), ("W", 5, 0x7F)]),
-    ("vlanenabletag 1 1", {16: 0x41}, [("R", 16, 0x41), ("W", 16, 0x45)]),
-    ("vlanenabletag 1 0", {16: 0x41}, [("R", 16, 0x41), ("W", 16, 0x43)]),
-    ("vlanenabletag 1 2", {16: 0x00}, [("R", 16, 0x00), ("W", 16, 0x02)]),
-    ("vlandisabletag 2 1", {32: 0xFF}, [("R", 32, 0xFF), ("W", 32, 0xFB)]),
-    ("vlandisabletag 2 0", {32: 0xFF}, [("R", 32, 0xFF), ("W", 32, 0xFD)]),
-    ("vlaningressfilter 3 1", {50: 0x21}, [("R", 50, 0x21), ("W", 50, 0x61)]),
-    ("vlaningressfilter 3 2", {50: 0xFF}, [("R", 50, 0xFF), ("W", 50, 0xBF)]),
-    ("vlandiscardnonvid 4 1", {66: 0x40}, [("R", 66, 0x40), ("W", 66, 0x60)]),
-    ("vlandiscardnonvid 5 0", {82: 0xFF}, [("R", 82, 0xFF), ("W", 82, 0xDF)]),
-])
-def test_setter_transfers(bench, line, pokes, xfers):
-    prepare(bench, pokes)
-    assert console_session(bench, line).outputs[0] == echo(line)
-    assert command_xfers(bench) == xfers
+# Each line: the register values before, the transfers, what it prints after
+# the echo. Refused lines print the message or the usage, and make no transfer.
+PORT_ERROR = "error: incorrect Switch port ({}) to set! \n"
+VID_ERROR = "error: incorrect default vid ({}) to set! \n"
 
 
-# Refused lines: the message or the usage, and not one transfer.
-@pytest.mark.parametrize("line,message", [
-    ("vlandefvid 0 5", "error: incorrect Switch port (0) to set! \n"),
-    ("vlandefvid x 5", "error: incorrect Switch port (0) to set! \n"),
-    ("vlandefvid 6 4096", "error: incorrect Switch port (6) to set! \n"),
-    ("vlandefvid 1 4096", "error: incorrect default vid (4096) to set! \n"),
-    ("vlandefvid 1 0", "error: incorrect default vid (0) to set! \n"),
-    ("vlandefvid 1 65536", "error: incorrect default vid (0) to set! \n"),
-    ("vlanenabletag 6 1", "error: incorrect Switch port (6) to set! \n"),
-    ("vlandiscardnonvid 7 1", "error: incorrect Switch port (7) to set! \n"),
-    ("vlaningressfilter 0 1", "error: incorrect Switch port (0) to set! \n"),
-    ("vlandefvid 1", "Usage: vlandefvid  <Port> <vid>           -- configure default vid on a Switch port.\n\n"),
-    ("vlandiscardnonvid 2", "Usage: vlandiscardnonvid <Port> <Flag>    "
-                            "-- enable\\disable discard non PVID on a Switch port.\n\n"),
-    ("vlanenabletag", "Usage: vlanenabletag  <Port> <tag>        "
-                      "-- enable VLAN tag insertiond/removal on a Switch port.\n\n"),
+@pytest.mark.parametrize("line,pokes,xfers,printed", [
+    ("vlandefvid 1 4095", {19: 0xA0}, [("W", 20, 0xFF)] + rmw(19, 0xA0, 0xAF), ""),
+    ("vlandefvid 5 100", {83: 0x5F}, [("W", 84, 100)] + rmw(83, 0x5F, 0x50), ""),
+    ("vlandefvid 2 65637", {35: 0x0F}, [("W", 36, 101)] + rmw(35, 0x0F, 0x00), ""),
+    ("vlanenable", {5: 0x01}, rmw(5, 0x01, 0x81), ""),
+    ("vlandisable", {5: 0xFF}, rmw(5, 0xFF, 0x7F), ""),
+    ("vlanenabletag 1 1", {16: 0x41}, rmw(16, 0x41, 0x45), ""),
+    ("vlanenabletag 1 0", {16: 0x41}, rmw(16, 0x41, 0x43), ""),
+    ("vlanenabletag 1 2", {16: 0x00}, rmw(16, 0x00, 0x02), ""),
+    ("vlandisabletag 2 1", {32: 0xFF}, rmw(32, 0xFF, 0xFB), ""),
+    ("vlandisabletag 2 0", {32: 0xFF}, rmw(32, 0xFF, 0xFD), ""),
+    ("vlaningressfilter 3 1", {50: 0x21}, rmw(50, 0x21, 0x61), ""),
+    ("vlaningressfilter 3 2", {50: 0xFF}, rmw(50, 0xFF, 0xBF), ""),
+    ("vlandiscardnonvid 4 1", {66: 0x40}, rmw(66, 0x40, 0x60), ""),
+    ("vlandiscardnonvid 5 0", {82: 0xFF}, rmw(82, 0xFF, 0xDF), ""),
+    ("vlandefvid 0 5", {}, [], PORT_ERROR.format(0)),
+    ("vlandefvid x 5", {}, [], PORT_ERROR.format(0)),
+    ("vlandefvid 6 4096", {}, [], PORT_ERROR.format(6)),
+    ("vlandefvid 1 4096", {}, [], VID_ERROR.format(4096)),
+    ("vlandefvid 1 0", {}, [], VID_ERROR.format(0)),
+    ("vlandefvid 1 65536", {}, [], VID_ERROR.format(0)),
+    ("vlanenabletag 6 1", {}, [], PORT_ERROR.format(6)),
+    ("vlandiscardnonvid 7 1", {}, [], PORT_ERROR.format(7)),
+    ("vlaningressfilter 0 1", {}, [], PORT_ERROR.format(0)),
+    ("vlandefvid 1", {}, [], "Usage: vlandefvid  <Port> <vid>           "
+                             "-- configure default vid on a Switch port.\n\n"),
+    ("vlandiscardnonvid 2", {}, [], "Usage: vlandiscardnonvid <Port> <Flag>    "
+                                    "-- enable\\disable discard non PVID on a Switch port.\n\n"),
+    ("vlanenabletag", {}, [], "Usage: vlanenabletag  <Port> <tag>        "
+                              "-- enable VLAN tag insertiond/removal on a Switch port.\n\n"),
 ])
-def test_refused_lines_touch_nothing(bench, line, message):
-    prepare(bench, {})
-    assert console_session(bench, line).outputs[0] == echo(line) + message
-    assert command_xfers(bench) == []
+def test_setters_and_refusals(bench, line, pokes, xfers, printed):
+    check_command(bench, line, printed, xfers, pokes)

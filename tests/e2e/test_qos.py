@@ -2,7 +2,7 @@
 TOS maps, port-based queues, and the qosinfo display."""
 import pytest
 
-from console_util import command_xfers, console_session, echo, prepare
+from console_util import check_command, console_session, prepare, rmw
 
 PORT_ERROR = "error: incorrect Switch port ({}) to set! \n"
 QUEUE_ERROR = "error: incorrect priority queue number({}) to set! \n"
@@ -24,8 +24,10 @@ def test_qosinfo_shows_port_indices_1_to_4_and_the_maps(bench):
     pokes = {16: 0xFF, 177: 0xFF, 178: 0x80, 179: 0x80, 180: 0x80, 181: 0x80, 32: 0x27, 193: 0xFD,
              195: 0x80, 196: 0x80, 197: 0x80, 48: 0x67, 209: 0xFD, 213: 0x7F, 64: 0xB7, 225: 0xFD,
              80: 0xA7, 241: 0xFD, 128: 0x51, 129: 0xFA}
-    prepare(bench, pokes)
-    assert console_session(bench, "qosinfo").outputs[0] == echo("qosinfo") + (
+    wfq = {0: [181, 180, 179, 178], 1: [197, 196, 195, 194], 2: [213], 3: [229], 4: [245]}
+    regs = [r for i in range(5) for r in [16 * i + 177, 16 * i + 16] + wfq[i]]
+    regs += [128] * 4 + [129] * 4 + [144 + t // 4 for t in range(64)]
+    check_command(bench, "qosinfo", (
         "\n"
         "                       Port :        1           2           3           4           \n"
         "QoS split TXQ into 4Q       :  disable     disable     disable     disable    \n"
@@ -34,23 +36,17 @@ def test_qosinfo_shows_port_indices_1_to_4_and_the_maps(bench):
         "QoS WFQ(q3:q2:q1:q0=8:4:2:1):  disable     disable     disable     disable    \n"
         "QoS Port-based mapping to Q :       Q0          Q0          Q2          Q0    \n"
         "802.1p mapping to Q         :  0-Q1   1-Q0   2-Q1   3-Q1   4-Q2   5-Q2   6-Q3   7-Q3  \n"
-    ) + diffserv({})
-    wfq = {0: [181, 180, 179, 178], 1: [197, 196, 195, 194], 2: [213], 3: [229], 4: [245]}
-    regs = [r for i in range(5) for r in [16 * i + 177, 16 * i + 16] + wfq[i]]
-    regs += [128] * 4 + [129] * 4 + [144 + t // 4 for t in range(64)]
-    assert command_xfers(bench) == [("R", r, pokes.get(r, 0)) for r in regs]
+    ) + diffserv({}), [("R", r, pokes.get(r, 0)) for r in regs], pokes)
     prepare(bench, {241: 0x02, 194: 0x80, 144: 0x02, 147: 0x0C, 159: 0x40})
     lines = console_session(bench, "qosinfo").outputs[0].split("\n")
     assert [lines[3].split()[-1], lines[6].split()[-4]] == ["enable", "enable"]
     assert "\n".join(lines[9:]) == diffserv({0: 2, 13: 3, 63: 1})
 
 
-def rmw(reg, before, after):
-    return [("R", reg, before), ("W", reg, after)]
-
-
-# Each setter: the line, the register values before, the transfers, the output
-# after the token echo.
+# Each line: the register values before, the transfers, the output after the
+# token echo. Refused lines, in the order of comparison, print the message and
+# make no transfer; negative numbers are refused with the message of the value
+# they stand for.
 @pytest.mark.parametrize("line,pokes,xfers,printed", [
     ("qoswfq 1", {181: 0x05, 180: 0x05, 179: 0x05, 178: 0x05},
      rmw(181, 5, 0x85) + rmw(180, 5, 0x85) + rmw(179, 5, 0x85) + rmw(178, 5, 0x85), ""),
@@ -81,35 +77,23 @@ def rmw(reg, before, after):
     ("qosdiffserv 3 5", {48: 0xFF}, rmw(48, 0xFF, 0xBF), ""),
     ("qosdot1p 4 1", {64: 0x00}, rmw(64, 0x00, 0x20), ""),
     ("qosdot1p 5 0", {80: 0xFF}, rmw(80, 0xFF, 0xDF), ""),
+    ("qoswfq 1 0", {}, [], PORT_ERROR.format(0)),
+    ("qossplitq 6 1", {}, [], PORT_ERROR.format(6)),
+    ("qosdiffserv 0 1", {}, [], PORT_ERROR.format(0)),
+    ("qosdot1p 6 1", {}, [], PORT_ERROR.format(6)),
+    ("qosportbase 6 1 9", {}, [], PORT_ERROR.format(6)),
+    ("qosportbase 2 0 7", {}, [], QUEUE_ERROR.format(7)),
+    ("qosportbase 2 1 -1", {}, [], QUEUE_ERROR.format(-1)),
+    ("qostag2q 8 9", {}, [], PRIORITY_ERROR.format(8)),
+    ("qostag2q 1 4", {}, [], QUEUE_ERROR.format(4)),
+    ("qostag2q -1 2", {}, [], PRIORITY_ERROR.format(-1)),
+    ("qostos2q 64", {}, [], TOS_ERROR.format(64)),
+    ("qostos2q 3 -1", {}, [], QUEUE_ERROR.format(-1)),
+    ("qoswfq", {}, [], "Usage: qoswfq      <Flag> <Port>          "
+                           "-- enable\\disable Weighted Fair Queueing on a Switch port.\n\n"),
+    ("qostag2q", {}, [], "Usage: qostag2q    <Priority> <Q#>        -- mapping 802.1p priority to priority TxQ.\n\n"),
+    ("qosportbase 1", {}, [], "Usage: qosportbase <Port> <Flag> <Q#>     "
+                                  "-- enable\\disable mapping port-base to priority TxQ on a Switch port.\n\n"),
 ])
-def test_setter_transfers(bench, line, pokes, xfers, printed):
-    prepare(bench, pokes)
-    assert console_session(bench, line).outputs[0] == echo(line) + printed
-    assert command_xfers(bench) == xfers
-
-
-# Refused lines, in the order of comparison: the message, and no transfer.
-# Negative numbers are refused with the message of the value they stand for.
-@pytest.mark.parametrize("line,message", [
-    ("qoswfq 1 0", PORT_ERROR.format(0)),
-    ("qossplitq 6 1", PORT_ERROR.format(6)),
-    ("qosdiffserv 0 1", PORT_ERROR.format(0)),
-    ("qosdot1p 6 1", PORT_ERROR.format(6)),
-    ("qosportbase 6 1 9", PORT_ERROR.format(6)),
-    ("qosportbase 2 0 7", QUEUE_ERROR.format(7)),
-    ("qosportbase 2 1 -1", QUEUE_ERROR.format(-1)),
-    ("qostag2q 8 9", PRIORITY_ERROR.format(8)),
-    ("qostag2q 1 4", QUEUE_ERROR.format(4)),
-    ("qostag2q -1 2", PRIORITY_ERROR.format(-1)),
-    ("qostos2q 64", TOS_ERROR.format(64)),
-    ("qostos2q 3 -1", QUEUE_ERROR.format(-1)),
-    ("qoswfq", "Usage: qoswfq      <Flag> <Port>          "
-               "-- enable\\disable Weighted Fair Queueing on a Switch port.\n\n"),
-    ("qostag2q", "Usage: qostag2q    <Priority> <Q#>        -- mapping 802.1p priority to priority TxQ.\n\n"),
-    ("qosportbase 1", "Usage: qosportbase <Port> <Flag> <Q#>     "
-                      "-- enable\\disable mapping port-base to priority TxQ on a Switch port.\n\n"),
-])
-def test_refused_lines_touch_nothing(bench, line, message):
-    prepare(bench, {})
-    assert console_session(bench, line).outputs[0] == echo(line) + message
-    assert command_xfers(bench) == []
+def test_setters_and_refusals(bench, line, pokes, xfers, printed):
+    check_command(bench, line, printed, xfers, pokes)

@@ -2,12 +2,18 @@
 all-ports and all-queues ranges, flow control, limit modes, and rateinfo."""
 import pytest
 
-from console_util import command_xfers, console_session, echo, prepare
+from console_util import check_command, console_session, prepare, rmw
 
 PORT_ERROR = "error: incorrect Switch port ({}) to set! \n"
 QUEUE_ERROR = "error: incorrect priority queue ({}) to set! \n"
 RATE_ERROR = "error: incorrect rate limit ({}) Kbps to set! \n"
 MODE_ERROR = "error: incorrect Ingress limit mode ({}) to set! \n"
+ON, OFF = "enable", "disable"
+
+
+def row(label, cells):
+    """A line of rateinfo: the label, then each port's cell right-aligned in 12 columns."""
+    return f"{label:<30}:" + "".join(f"{c:>9}   " for c in cells) + " \n"
 
 
 def test_rateinfo_shows_port_indices_1_to_4(bench):
@@ -19,91 +25,30 @@ def test_rateinfo_shows_port_indices_1_to_4(bench):
         16 * i + 182: 0xE3 for i in range(5)} | {r: 0xFF for r in range(182, 191)} | {
         219: 0xE4, 220: 0xE4, 221: 0xE4, 222: 0xE4, 235: 0xF3, 247: 0x81, 248: 0x81, 249: 0x81, 250: 0x81,
         230: 0xFF}
-    prepare(bench, pokes)
-    assert console_session(bench, "rateinfo").outputs[0] == echo("rateinfo") + (
-        "\n"
-        "                         Port :        1           2           3           4           \n"
-        "Rate Limit transmit rate (Q0) :        0      102400         960           0    \n"
-        "Rate Limit transmit rate (Q1) :        0      102400           0           0    \n"
-        "Rate Limit transmit rate (Q2) :        0      102400           0           0    \n"
-        "Rate Limit transmit rate (Q3) :        0      102400           0           0    \n"
-        "Rate Limit receive rate  (Q0) :        0           0           0        1024    \n"
-        "Rate Limit receive rate  (Q1) :        0           0           0        1024    \n"
-        "Rate Limit receive rate  (Q2) :        0           0           0        1024    \n"
-        "Rate Limit receive rate  (Q3) :        0           0           0        1024    \n"
-        "Rate Limit transmit      (Q0) :  disable      enable      enable     disable    \n"
-        "Rate Limit transmit      (Q1) :  disable      enable     disable     disable    \n"
-        "Rate Limit transmit      (Q2) :  disable      enable     disable     disable    \n"
-        "Rate Limit transmit      (Q3) :  disable      enable     disable     disable    \n"
-        "Rate Limit receive       (Q0) :  disable     disable     disable      enable    \n"
-        "Rate Limit receive       (Q1) :  disable     disable     disable      enable    \n"
-        "Rate Limit receive       (Q2) :  disable     disable     disable      enable    \n"
-        "Rate Limit receive       (Q3) :  disable     disable     disable      enable    \n"
-        "Receive flow control          :  disable     disable      enable     disable    \n"
-        "Rate Limit receive mode       :        0           0           3           0    \n")
     regs = [16 * i + off for i in range(5) for off in [o for q in range(4) for o in (187 + q, 183 + q)] + [182]]
-    assert command_xfers(bench) == [("R", r, pokes[r]) for r in regs]
+    rows = [(f"Rate Limit transmit rate (Q{q})", [0, 102400, 960 if q == 0 else 0, 0]) for q in range(4)]
+    rows += [(f"Rate Limit receive rate  (Q{q})", [0, 0, 0, 1024]) for q in range(4)]
+    rows += [(f"Rate Limit transmit      (Q{q})", [OFF, ON, ON if q == 0 else OFF, OFF]) for q in range(4)]
+    rows += [(f"Rate Limit receive       (Q{q})", [OFF, OFF, OFF, ON]) for q in range(4)]
+    rows += [("Receive flow control", [OFF, OFF, ON, OFF]), ("Rate Limit receive mode", [0, 0, 3, 0])]
+    head = "\n                         Port :        1           2           3           4           \n"
+    check_command(bench, "rateinfo", head + "".join(row(*r) for r in rows), [("R", r, pokes[r]) for r in regs], pokes)
     # A code with no table row shows 0 and is on; the table rows show Kbps.
     prepare(bench, {203: 116, 204: 101, 205: 114})
     lines = console_session(bench, "rateinfo").outputs[0].split("\n")
     assert [line.split()[-4] for line in lines[3:6] + lines[11:14]] == ["0", "64", "896"] + ["enable"] * 3
 
 
-@pytest.mark.parametrize("kbps,code,reported", [
-    (64, 101, "64 K"), (127, 101, "64 K"), (128, 102, "128 K"), (959, 114, "896 K"),
-    (960, 115, "960 K"), (1023, 115, "960 K"), (1024, 1, "1 M"), (2047, 1, "1 M"), (102400, 100, "100 M"),
-])
-def test_rate_codes_written_and_reported(bench, kbps, code, reported):
-    prepare(bench, {189: 0x80})
-    line = f"rateconftx 1 {kbps} 2"
-    assert console_session(bench, line).outputs[0] == echo(line) + f"Q2 egress rate limit is {reported}bps.\n"
-    assert command_xfers(bench) == [("W", 189, code)]
-
-
 def writes(ports, offsets, val):
     return [("W", 16 * p + off, val) for p in ports for off in offsets]
 
 
-# The registers written for one line, in order, and what it prints after the echo.
-@pytest.mark.parametrize("line,xfers,printed", [
-    ("rateconftx 1 1000", writes([0], range(187, 191), 115), "Q0 Q1 Q2 Q3 egress rate limit is 960 Kbps.\n"),
-    ("rateconfrx 1 1000", writes([0], range(184, 187), 115), "Q1 Q2 Q3 ingress rate limit is 960 Kbps.\n"),
-    ("rateconftx 256 1000", writes(range(1, 5), range(187, 191), 115),
-     "Q0 Q1 Q2 Q3 egress rate limit is 960 Kbps.\n"),
-    ("rateconftx 256 3000 2", writes(range(1, 5), [189], 2), "Q2 egress rate limit is 2 Mbps.\n"),
-    ("rateconfrx 256 1000", writes(range(5), range(184, 187), 115), "Q1 Q2 Q3 ingress rate limit is 960 Kbps.\n"),
-    ("rateconfrx 256 64 0", writes(range(5), [183], 101), "Q0 ingress rate limit is 64 Kbps.\n"),
-    ("rateconftx 1 64 255", writes([0], range(187, 191), 101), "Q0 Q1 Q2 Q3 egress rate limit is 64 Kbps.\n"),
-    ("rateconftx 1 64 256", writes([0], [187], 101), "Q0 egress rate limit is 64 Kbps.\n"),
-    ("ratetx 1 0", writes([0], range(188, 191), 0), ""),
-    ("ratetx 256 0", writes(range(5), range(188, 191), 0), ""),
-    ("ratetx 256 0 0", writes(range(5), [187], 0), ""),
-    ("raterx 2 5", writes([1], range(184, 187), 0), ""),
-    ("raterx 256 0 3", writes(range(5), [186], 0), ""),
-])
-def test_ranges_of_the_rate_registers(bench, line, xfers, printed):
-    prepare(bench, {16 * i + off: 0x8F for i in range(5) for off in range(182, 191)})
-    assert console_session(bench, line).outputs[0] == echo(line) + printed
-    assert command_xfers(bench) == xfers
-
-
-# Read-modify-writes of register 16p + 182 keep the other bits.
-@pytest.mark.parametrize("line,before,after", [
-    ("raterxflow 1 1", {182: 0xEF}, {182: 0xFF}),
-    ("raterxflow 2 0 9", {198: 0xFF}, {198: 0xEF}),
-    ("raterxflow 256 1", {198: 0x01, 214: 0x02, 230: 0x04, 246: 0x08}, {198: 0x11, 214: 0x12, 230: 0x14, 246: 0x18}),
-    ("ratemode 3 2", {214: 0xF3}, {214: 0xFB}),
-    ("ratemode 4 0", {230: 0xFF}, {230: 0xF3}),
-])
-def test_port_control_keeps_other_bits(bench, line, before, after):
-    prepare(bench, {182: 0x5A} | before)
-    assert console_session(bench, line).outputs[0] == echo(line)
-    assert command_xfers(bench) == [x for reg in before for x in [("R", reg, before[reg]), ("W", reg, after[reg])]]
-
-
+# Rates in Kbps, the code written for each, and the rate reported.
+CODES = [(64, 101, "64 K"), (127, 101, "64 K"), (128, 102, "128 K"), (959, 114, "896 K"), (960, 115, "960 K"),
+         (1023, 115, "960 K"), (1024, 1, "1 M"), (2047, 1, "1 M"), (102400, 100, "100 M")]
 # Refused lines print one message, in the order queue, port, rate (or port,
 # mode), and write nothing; ratetx/raterx with Flag 1 do nothing at all.
-@pytest.mark.parametrize("line,message", [
+REFUSED = [
     ("rateconftx 9 10 7", QUEUE_ERROR.format(7)),
     ("rateconftx 9 10", PORT_ERROR.format(9)),
     ("rateconftx 1 63", RATE_ERROR.format(63)),
@@ -124,8 +69,36 @@ def test_port_control_keeps_other_bits(bench, line, before, after):
     ("raterxflow 1", "Usage: raterxflow  <Port> <Flag>          "
                      "-- enable\\disable ingress flow control on a Switch port.\n\n"),
     ("ratemode", "Usage: ratemode    <Port> <Rate-mode>     -- configure Ingress Limit mode.\n\n"),
-])
-def test_refused_lines_touch_nothing(bench, line, message):
-    prepare(bench, {})
-    assert console_session(bench, line).outputs[0] == echo(line) + message
-    assert command_xfers(bench) == []
+]
+
+
+# The registers written for one line, in order, and what it prints after the
+# echo, on a chip with 0x8F in every rate register; the read-modify-writes of
+# the port control (register 16p + 182) keep its other bits.
+@pytest.mark.parametrize("line,xfers,printed", [
+    (f"rateconftx 1 {kbps} 2", [("W", 189, code)], f"Q2 egress rate limit is {reported}bps.\n")
+    for kbps, code, reported in CODES] + [
+    ("rateconftx 1 1000", writes([0], range(187, 191), 115), "Q0 Q1 Q2 Q3 egress rate limit is 960 Kbps.\n"),
+    ("rateconfrx 1 1000", writes([0], range(184, 187), 115), "Q1 Q2 Q3 ingress rate limit is 960 Kbps.\n"),
+    ("rateconftx 256 1000", writes(range(1, 5), range(187, 191), 115),
+     "Q0 Q1 Q2 Q3 egress rate limit is 960 Kbps.\n"),
+    ("rateconftx 256 3000 2", writes(range(1, 5), [189], 2), "Q2 egress rate limit is 2 Mbps.\n"),
+    ("rateconfrx 256 1000", writes(range(5), range(184, 187), 115), "Q1 Q2 Q3 ingress rate limit is 960 Kbps.\n"),
+    ("rateconfrx 256 64 0", writes(range(5), [183], 101), "Q0 ingress rate limit is 64 Kbps.\n"),
+    ("rateconftx 1 64 255", writes([0], range(187, 191), 101), "Q0 Q1 Q2 Q3 egress rate limit is 64 Kbps.\n"),
+    ("rateconftx 1 64 256", writes([0], [187], 101), "Q0 egress rate limit is 64 Kbps.\n"),
+    ("ratetx 1 0", writes([0], range(188, 191), 0), ""),
+    ("ratetx 256 0", writes(range(5), range(188, 191), 0), ""),
+    ("ratetx 256 0 0", writes(range(5), [187], 0), ""),
+    ("raterx 2 5", writes([1], range(184, 187), 0), ""),
+    ("raterx 256 0 3", writes(range(5), [186], 0), ""),
+    ("raterxflow 1 1", rmw(182, 0x4A, 0x5A), ""),
+    ("raterxflow 2 0 9", rmw(198, 0x91, 0x81), ""),
+    ("raterxflow 256 1", rmw(198, 0x91, 0x91) + rmw(214, 0xE3, 0xF3) + rmw(230, 0x84, 0x94) + rmw(246, 0x08, 0x18),
+     ""),
+    ("ratemode 3 2", rmw(214, 0xE3, 0xEB), ""),
+    ("ratemode 4 0", rmw(230, 0x84, 0x80), ""),
+] + [(line, [], message) for line, message in REFUSED])
+def test_rate_registers_written(bench, line, xfers, printed):
+    pokes = {16 * i + off: 0x8F for i in range(5) for off in range(183, 191)}
+    check_command(bench, line, printed, xfers, pokes | {182: 0x4A, 198: 0x91, 214: 0xE3, 230: 0x84, 246: 0x08})

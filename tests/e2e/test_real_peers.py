@@ -1,9 +1,9 @@
-"""The daemon among the real services it talks to, from Debian's packages: a
-syslog receiver at /dev/log (BusyBox syslogd), an independent multicast
-listener (socat), avahi-autoipd on the board's eth0 and avahi-daemon without
-D-Bus. The chip is the bench's; everything runs in the test's own PID, mount
-and network namespaces, with a /dev and a /run of their own, so that nothing
-reaches the host."""
+# The daemon among the real services it talks to, from Debian's packages: a
+# syslog receiver at /dev/log (BusyBox syslogd), an independent multicast
+# listener (socat), avahi-autoipd on the board's eth0 and avahi-daemon without
+# D-Bus. The chip is the bench's; everything runs in the test's own PID, mount
+# and network namespaces, with a /dev and a /run of their own, so that nothing
+# reaches the host.
 
 import re
 import shutil
@@ -16,6 +16,7 @@ from bench import VM, wait_for
 
 PEERS = ["avahi-daemon", "avahi-autoipd", "busybox", "socat"]
 NOTIFICATION = b"switch_daemon\0"
+BROADCASTING = "Broadcasting interface status change message"
 STATUS = "Zorvi HPB-NAND KSZ8864 MANAGED port1_link UP port2_link UP daemon NONE\n"
 
 
@@ -74,7 +75,7 @@ SYSLOG_LINE = re.compile(r"^\w{3} [ \d]\d \d\d:\d\d:\d\d \S+ (\w+)\.(\w+) (\S+?)
 
 
 class Board:
-    """The simulated board with the real peers running beside the daemon."""
+    # The simulated board with the real peers running beside the daemon.
 
     def __init__(self, bench, tmp_path):
         self.bench = bench
@@ -88,7 +89,7 @@ class Board:
         self.datagram_path = tmp_path / "datagrams"
 
     def sh(self, script, *args, timeout=30):
-        """A plain shell script inside the test's namespaces."""
+        # A plain shell script inside the test's namespaces.
         res = self.bench.ns_run(["sh", "-c", script, "sh", *args], timeout=timeout)
         assert res.rc == 0, res.err
         return res
@@ -97,19 +98,11 @@ class Board:
         self.sh('busybox syslogd -n -O "$1" </dev/null >"$1.out" 2>&1 &', str(self.syslog_path))
         assert wait_for(lambda: self.bench.ns_run(["test", "-S", "/dev/log"]).rc == 0, timeout=10)
 
-    def syslog(self, tag=None):
-        """(facility, level, tag, pid, message) of each received line."""
-        if not self.syslog_path.exists():
-            return []
-        out = []
-        for line in self.syslog_path.read_text(errors="replace").splitlines():
-            m = SYSLOG_LINE.match(line)
-            if m and (tag is None or m.group(3) == tag):
-                out.append((m.group(1), m.group(2), m.group(3), int(m.group(4)), m.group(5)))
-        return out
-
-    def messages(self, tag, pid=None):
-        return [(level, text) for _, level, _, p, text in self.syslog(tag) if pid is None or p == pid]
+    def messages(self, tag, pid):
+        # (facility.level, message) of each line received from the process.
+        text = self.syslog_path.read_text(errors="replace") if self.syslog_path.exists() else ""
+        return [(f"{m[1]}.{m[2]}", m[5]) for m in map(SYSLOG_LINE.match, text.splitlines())
+                if m and (m[3], int(m[4])) == (tag, pid)]
 
     def start_listener(self):
         self.sh('socat -u "UDP6-RECV:4873,reuseaddr,ipv6-join-group=[ff01::1]:eth0" '
@@ -121,30 +114,27 @@ class Board:
             return self.datagram_path.exists() and self.datagram_path.stat().st_size > 0
         assert wait_for(joined, timeout=10), (self.tmp / "datagrams.out").read_text()
 
-    def notifications(self):
-        return self.datagram_path.read_bytes().count(NOTIFICATION)
-
     def start_autoipd(self):
         # -w: back once it holds an address (probing takes some ten seconds).
         self.sh('avahi-autoipd -D -w --no-drop-root --no-chroot --force-bind eth0 '
                 '</dev/null >"$1/autoipd.out" 2>&1', str(self.tmp), timeout=60)
         self.autoipd_pid = int(self.bench.path("/var/run/avahi-autoipd.eth0.pid").read_text())
         assert wait_for(self.autoipd_bound, timeout=10)
-        assert ("info", "Successfully claimed IP address " + self.eth0_address()) in \
-            self.messages("avahi-autoipd(eth0)", self.autoipd_pid)
+        assert "Successfully claimed IP address " + self.eth0_address() in \
+            [text for _, text in self.messages("avahi-autoipd(eth0)", self.autoipd_pid)]
 
     def eth0_address(self):
         out = self.bench.ns_run(["ip", "-4", "-o", "addr", "show", "dev", "eth0"]).out
         return re.search(r"inet (169\.254\.\d+\.\d+)/16", out).group(1)
 
     def autoipd_bound(self):
-        """avahi-autoipd holds its address and announces nothing (its process
-        title says "bound"): only then does SIGHUP make it announce again."""
+        # avahi-autoipd holds its address and announces nothing (its process
+        # title says "bound"): only then does SIGHUP make it announce again.
         title = self.bench.ns_run(["cat", f"/proc/{self.autoipd_pid}/cmdline"]).out
         return " bound " in title
 
     def reannouncements(self):
-        return self.messages("avahi-autoipd(eth0)", self.autoipd_pid).count(("info", "Reannouncing address."))
+        return [t for _, t in self.messages("avahi-autoipd(eth0)", self.autoipd_pid)].count("Reannouncing address.")
 
     def start_avahi_daemon(self):
         conf = self.tmp / "avahi-daemon.conf"
@@ -184,27 +174,23 @@ def test_daemon_with_real_syslog_multicast_and_avahi(board):
     def daemon_log():
         return board.messages("switch_daemon", pid)
 
-    notified_autoipd = ("info", f"Remote link change notified to avahi-autoipd on pid {board.autoipd_pid}")
-    notified_avahi = ("info", f"Remote link change notified to avahi-daemon on pid {board.avahi_pid}")
-    received = ("info", "Received remote link change notification")
-    broadcasting = ("info", "Broadcasting interface status change message")
+    def info(text):  # the daemon logs as a daemon
+        return ("daemon.info", text)
+
+    notified_autoipd = info(f"Remote link change notified to avahi-autoipd on pid {board.autoipd_pid}")
+    notified_avahi = info(f"Remote link change notified to avahi-daemon on pid {board.avahi_pid}")
+    received, broadcasting = info("Received remote link change notification"), info(BROADCASTING)
 
     # Start-up: the first announcement, looped back, ends in a refresh.
     assert wait_for(lambda: notified_avahi in daemon_log(), timeout=30), daemon_log()
     assert [m for m in daemon_log() if m != received] == [
-        ("info", "Multicast Rx Server UP"),
-        ("info", "Multicast Tx Client UP"),
-        broadcasting,
-        notified_autoipd,
-        notified_avahi,
-    ]
+        info("Multicast Rx Server UP"), info("Multicast Tx Client UP"), broadcasting, notified_autoipd, notified_avahi]
     assert daemon_log().count(received) == 3
-    assert board.syslog("switch_daemon")[0][0] == "daemon"
-    assert board.notifications() == 3
+    assert board.datagram_path.read_bytes().count(NOTIFICATION) == 3
     assert board.datagram_path.read_bytes().endswith(NOTIFICATION * 3)
     # avahi-autoipd announced its address again; stock avahi-daemon has no
     # handler for SIGUSR2, which ended it.
-    assert wait_for(lambda: board.reannouncements() == 1, timeout=10), board.syslog()
+    assert wait_for(lambda: board.reannouncements() == 1, timeout=10)
     assert wait_for(lambda: board.avahi_status.exists(), timeout=10)
     assert int(board.avahi_status.read_text()) == 128 + signal.SIGUSR2
 
@@ -212,13 +198,9 @@ def test_daemon_with_real_syslog_multicast_and_avahi(board):
     # gone by now.
     assert wait_for(board.autoipd_bound, timeout=10)
     bench.link(1, False)
-    not_notified = ("err", "Could not notify avahi-daemon")
+    not_notified = ("daemon.err", "Could not notify avahi-daemon")
     assert wait_for(lambda: not_notified in daemon_log(), timeout=30), daemon_log()
     assert [m for m in daemon_log() if m != received][5:] == [
-        ("info", "port1_link DOWN port2_link UP"),
-        broadcasting,
-        notified_autoipd,
-        not_notified,
-    ]
-    assert board.notifications() == 6
-    assert wait_for(lambda: board.reannouncements() == 2, timeout=10), board.syslog()
+        info("port1_link DOWN port2_link UP"), broadcasting, notified_autoipd, not_notified]
+    assert board.datagram_path.read_bytes().count(NOTIFICATION) == 6
+    assert wait_for(lambda: board.reannouncements() == 2, timeout=10)

@@ -12,6 +12,8 @@ KERNEL_SETS_UP = "the kernel refuses no clock mode 0, no 8 bits per word and no 
 NAND = "Zorvi HPB-NAND KSZ8864 "
 NOR = "Zorvi HPB-NOR KSZ8893 "
 EIO = "can't send spi message: Input/output error\n"
+NO_DEVICE = ("can't open device: No such file or directory\n" "can't set spi mode: Bad file descriptor\n"
+             "can't set bits per word: Bad file descriptor\n" "can't set max speed hz: Bad file descriptor\n")
 GPIO = "/sys/class/gpio/"
 PID_FILE = "/var/run/switch_config.pid"
 USAGE = (
@@ -32,6 +34,13 @@ USAGE = (
     "  -h | --help           show this message\n"
     "  without arguments:    show switch status\n"
 )
+
+
+def check(bench, args, rc, out, err="", **kwargs):
+    """Runs the tool: its exit status, standard output and standard error."""
+    res = bench.run(args, **kwargs)
+    assert (res.rc, res.out, res.err) == (rc, out, err)
+    return res
 
 
 def start_named(bench, argv0):
@@ -56,8 +65,7 @@ def test_status_line(request, board, setup, line, regs):
     bench = request.getfixturevalue(board)
     for args in setup:
         bench.ctl(*args)
-    res = bench.run([])
-    assert (res.rc, res.out, res.err) == (0, line + (" daemon NONE\n" if regs else ""), "")
+    check(bench, [], 0, line + (" daemon NONE\n" if regs else ""))
     assert [x[:2] for x in bench.xfers()] == [("R", r) for r in [0] + regs]
 
 
@@ -68,13 +76,7 @@ def test_status_line_names_a_running_daemon(bench):
 
 def test_missing_device_reports_each_step_and_exits_255(bench):
     bench.fault("open")
-    res = bench.run([])
-    assert (res.rc, res.out) == (255, NAND + "UNMANAGED/undetected\n")
-    assert res.err == ("can't open device: No such file or directory\n"
-                       "can't set spi mode: Bad file descriptor\n"
-                       "can't set bits per word: Bad file descriptor\n"
-                       "can't set max speed hz: Bad file descriptor\n"
-                       "can't send spi message: Bad file descriptor\n")
+    check(bench, [], 255, NAND + "UNMANAGED/undetected\n", NO_DEVICE + "can't send spi message: Bad file descriptor\n")
 
 
 # Every action's exit status is that of the speed set-up.
@@ -120,8 +122,7 @@ def test_board_is_told_by_the_machine_name(bench, cpuinfo, board):
         return
     # An unknown board ends the run before either role, whatever the options.
     for args in ([], ["-h"]):
-        res = bench.run(args)
-        assert (res.rc, res.out, res.err) == (0, " Oops unknown hardware...\n", "")
+        check(bench, args, 0, " Oops unknown hardware...\n")
     assert not os.path.exists(bench.path(PID_FILE))
     assert bench.xfers() == []
 
@@ -141,28 +142,24 @@ def test_board_is_told_by_the_machine_name(bench, cpuinfo, board):
     (["-r"], "switch_config: option requires an argument -- 'r'\n"),
 ])
 def test_usage_text_exits_1(bench, args, err):
-    res = bench.run(args)
-    assert (res.rc, res.out, res.err) == (1, USAGE.format("switch_config", "/dev/spidev0.0"), err)
+    check(bench, args, 1, USAGE.format("switch_config", "/dev/spidev0.0"), err)
     # The pid file is written before the usage text.
     assert bench.path(PID_FILE).read_text().strip().isdigit()
 
 
 def test_device_alone_gives_usage_with_that_device(bench):
-    res = bench.run(["-D", "/dev/spidev1.0"], argv0="/usr/sbin/switch_config")
-    assert (res.rc, res.out) == (1, USAGE.format("/usr/sbin/switch_config", "/dev/spidev1.0"))
+    check(bench, ["-D", "/dev/spidev1.0"], 1, USAGE.format("/usr/sbin/switch_config", "/dev/spidev1.0"), NO_DEVICE,
+          argv0="/usr/sbin/switch_config")
 
 
 def test_unknown_option_beside_an_action_runs_the_action(bench):
-    res = bench.run(["-x", "-r", "0"])
-    assert (res.rc, res.out, res.err) == (0, "Register offset   0 (0x0) = 0x95\n",
-                                          "switch_config: invalid option -- 'x'\n")
+    check(bench, ["-x", "-r", "0"], 0, "Register offset   0 (0x0) = 0x95\n", "switch_config: invalid option -- 'x'\n")
 
 
 @pytest.mark.parametrize("args", [[], ["-h"], ["-r", "0"]])
 def test_another_instance_refuses_every_action(bench, args):
     other = start_named(bench, "switch_config")
-    res = bench.run(args)
-    assert (res.rc, res.out) == (255, f"switch_config is already running with PID {other.nspid}\n")
+    check(bench, args, 255, f"switch_config is already running with PID {other.nspid}\n")
     assert not os.path.exists(bench.path(PID_FILE))
     assert bench.xfers() == []
 
@@ -179,8 +176,8 @@ def test_needle_is_the_whole_argv0(bench):
     # An exec with an empty argument vector gives an empty name, which every
     # command line holds: the first by path text, pid 1, counts.
     exec_empty = "import ctypes, sys; ctypes.CDLL(None).execv(sys.argv[1].encode(), (ctypes.c_char_p * 1)())"
-    res = bench.run(["-c", exec_empty, bench.prog], argv0="python3", prog="/usr/bin/python3")
-    assert (res.rc, res.out) == (255, " is already running with PID 1\n")
+    check(bench, ["-c", exec_empty, bench.prog], 255, " is already running with PID 1\n", argv0="python3",
+          prog="/usr/bin/python3")
 
 
 def test_pid_file_holds_the_tool_pid(bench):
@@ -192,8 +189,7 @@ def test_pid_file_holds_the_tool_pid(bench):
 
 def test_pid_file_that_cannot_be_created(bench):
     os.mkdir(bench.path(PID_FILE))
-    res = bench.run(["-r", "0"])
-    assert (res.rc, res.out, res.err) == (255, "", "")
+    check(bench, ["-r", "0"], 255, "")
     assert bench.xfers() == []
 
 
@@ -206,8 +202,7 @@ def test_read_register(bench, arg, reg):
     if reg not in (0, 1, 2):
         bench.poke(reg, (reg * 3 + 1) & 0xFF)
     value = bench.peek(reg)
-    res = bench.run(["-r"] + arg.split())
-    assert (res.rc, res.out, res.err) == (0, f"Register offset {reg:3d} (0x{reg:X}) = 0x{value:02X}\n", "")
+    check(bench, ["-r"] + arg.split(), 0, f"Register offset {reg:3d} (0x{reg:X}) = 0x{value:02X}\n")
     assert bench.xfers() == [("R", reg, value)]
 
 
@@ -217,17 +212,14 @@ def test_read_register(bench, arg, reg):
     (["-v", "5"], "write error: offset is missing\n", []),
 ])
 def test_write_register(bench, args, text, xfers):
-    res = bench.run(args)
-    assert (res.rc, res.out, res.err) == (0, text, "")
+    check(bench, args, 0, text)
     assert bench.xfers() == xfers
 
 
 def test_failed_transfer_shows_on_stderr_only(bench):
     bench.fault("xfer")
-    res = bench.run(["-r", "7"])
-    assert (res.rc, res.out, res.err) == (0, "Register offset   7 (0x7) = 0xFF\n", EIO)
-    res = bench.run(["-w", "7", "-v", "1"])
-    assert (res.rc, res.out, res.err) == (0, "writing 0x1 in 0x7\n", EIO)
+    check(bench, ["-r", "7"], 0, "Register offset   7 (0x7) = 0xFF\n", EIO)
+    check(bench, ["-w", "7", "-v", "1"], 0, "writing 0x1 in 0x7\n", EIO)
 
 
 # A closed standard output or error is /dev/null to the tool: the status and
@@ -244,8 +236,7 @@ def test_closed_outputs_write_nowhere(bench, closed, fault, out):
     bench.clear_events()
     if fault:
         bench.fault(fault)
-    res = bench.run(["-r", "5"], closed=closed)
-    assert (res.rc, res.out, res.err) == (0, out, "")
+    check(bench, ["-r", "5"], 0, out, closed=closed)
     assert [(x.op, x.reg) for x in bench.xfer_events()] == [("R", 5)]
     bench.clear_faults()
     assert bench.run(["-r", "5"]).out == "Register offset   5 (0x5) = 0x2A\n"
@@ -264,8 +255,7 @@ def test_dump_reads_all_registers_in_order(bench, tmp_path):
     for reg in range(2, 40):
         bench.poke(reg, (reg * 7) & 0xFF)
     values = bench.regs()
-    res = bench.run(["-d"])
-    assert (res.rc, res.out, res.err) == (0, dump_text(values), "")
+    res = check(bench, ["-d"], 0, dump_text(values))
     assert bench.xfers() == [("R", r, values[r]) for r in range(256)]
     # The dump loads back as a register file.
     (tmp_path / "regs.txt").write_text(res.out)
@@ -299,8 +289,7 @@ def test_dump_shows_ff_for_failed_reads(bench):
 def test_load_register_file(bench, tmp_path, text, writes):
     f = tmp_path / "file.txt"
     f.write_text(text)
-    res = bench.run(["--config", str(f)])
-    assert (res.rc, res.out, res.err) == (0, f"{len(writes)} registers written\n", "")
+    check(bench, ["--config", str(f)], 0, f"{len(writes)} registers written\n")
     assert bench.xfers() == [("W", r, v) for r, v in writes]
 
 
@@ -313,8 +302,7 @@ def test_long_line_reaches_the_loader_in_pieces(bench, tmp_path):
 
 
 def test_load_missing_file(bench):
-    res = bench.run(["-c", "/nonexistent/regs"])
-    assert (res.rc, res.out) == (0, "Error while opening /nonexistent/regs\n")
+    check(bench, ["-c", "/nonexistent/regs"], 0, "Error while opening /nonexistent/regs\n")
     assert bench.xfers() == []
 
 
@@ -330,8 +318,7 @@ def test_gate_opens_and_closes(bench, option, reg, mask):
         bench.poke(reg, before)
         bench.poke(4, 0x81)
         bench.clear_events()
-        res = bench.run([option, value])
-        assert (res.rc, res.out, res.err) == (0, "", "")
+        check(bench, [option, value], 0, "")
         assert bench.xfers() == xfers
 
 
@@ -344,8 +331,7 @@ MANAGED_LEVELS = [(56, 0), (191, 0), (191, 1), (56, 0), (56, 1)]
 
 def test_managed_mode_sequence(bench):
     bench.managed(0)
-    res = bench.run(["-m"])
-    assert (res.rc, res.out, res.err) == (0, "", "")
+    check(bench, ["-m"], 0, "")
     assert bench.levels() == MANAGED_LEVELS
     assert bench.xfers() == [("W", 1, 1)]
     if bench.sees_calls:
@@ -389,6 +375,7 @@ def test_unmanaged_mode_then_managed_again(bench):
 OPENS = pytest.mark.preload_only("root opens every sysfs file")
 @pytest.mark.parametrize("fault,arg,levels", [
     ("export-busy", "56", []),
+    ("export-busy", "191", []),
     pytest.param("gpio-open", GPIO + "export", [], marks=OPENS),
     pytest.param("gpio-open", GPIO + "gpio56/direction", [], marks=OPENS),
     pytest.param("gpio-write", GPIO + "gpio191/direction", MANAGED_LEVELS[:1],
@@ -400,16 +387,14 @@ OPENS = pytest.mark.preload_only("root opens every sysfs file")
 ])
 def test_management_mode_failure_stops_the_sequence(bench, fault, arg, levels):
     bench.fault(fault, arg)
-    res = bench.run(["-m"])
-    assert (res.rc, res.out) == (0, "error during the management mode change\n")
+    check(bench, ["-m"], 0, "error during the management mode change\n")
     assert bench.levels() == levels
     assert bench.xfers() == []
 
 
 @pytest.mark.parametrize("option", ["-m", "-u"])
 def test_nor_board_is_always_managed(bench_nor, option):
-    res = bench_nor.run([option])
-    assert (res.rc, res.out) == (0, "the switch is always managed on this hardware \n")
+    check(bench_nor, [option], 0, "the switch is always managed on this hardware \n")
     assert bench_nor.levels() == [] and bench_nor.xfers() == []
 
 

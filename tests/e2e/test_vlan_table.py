@@ -19,15 +19,6 @@ def shape(xfers):
     return [x if x[0] == "W" and x[1] < 114 else x[:2] for x in xfers]
 
 
-@pytest.mark.parametrize("vid, ports, raw", [
-    (4, [2, 4], "00000000001555"), (5, [1, 5], "00000003106000"),
-    (6, [2, 4], "00005554000000"), (7, [2, 4], "0aaa8000000000")])
-def test_rows_pack_into_the_shared_word(bench, vid, ports, raw):
-    fid = 3 if vid == 5 else 0x55
-    console_session(bench, f"vlancreate {vid} {fid}", *[f"vlanaddport {vid} {p} {fid}" for p in ports])
-    assert bench.vlan_raw(1).hex() == raw
-
-
 @pytest.mark.parametrize("vid", [4, 5, 6, 7, 1024, 4095])
 def test_row_write_leaves_the_other_bits(bench, vid):
     # Registers 114 to 120 written as all ones at the row's table address.

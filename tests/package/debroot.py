@@ -1,11 +1,11 @@
-"""A minimal Debian 12 root (debootstrap --variant=minbase) to install the
-package into, entered in mount, PID and network namespaces of its own with
-pivot_root, so that processes inside see the root as their whole system.
-
-The root is made once and kept as a tar file in CACHE; every DebRoot is a
-fresh copy of it. Each run() is a new set of namespaces over the same
-directory: what dpkg did stays, processes and mounts do not.
-"""
+# A minimal Debian 12 root (debootstrap --variant=minbase) to install the
+# package into, entered in mount, PID and network namespaces of its own with
+# pivot_root, so that processes inside see the root as their whole system.
+#
+# The root is made once and kept as a tar file in CACHE; every DebRoot is a
+# fresh copy of it. Each run() is a new set of namespaces over the same
+# directory: what dpkg did stays, processes and mounts do not.
+#
 
 import fcntl
 import os
@@ -59,14 +59,14 @@ BOOKKEEPING = ("var/lib/dpkg/", "var/log/dpkg.log")
 
 
 def tarball(include=()):
-    """The cached root: minbase, plus the packages in include (a root to boot
-    needs an init, say)."""
+    # The cached root: minbase, plus the packages in include (a root to boot
+    # needs an init, say).
     return CACHE / ("-".join([SUITE, "minbase", *include]) + ".tar")
 
 
 def ensure_tarball(include=()):
-    """Makes the cached root with debootstrap unless it is there (a minute or
-    so, from the Debian archive); concurrent callers wait for the first."""
+    # Makes the cached root with debootstrap unless it is there (a minute or
+    # so, from the Debian archive); concurrent callers wait for the first.
     target = tarball(include)
     CACHE.mkdir(parents=True, exist_ok=True)
     with open(CACHE / "lock", "w") as lock:
@@ -93,7 +93,7 @@ def ensure_tarball(include=()):
 
 
 class DebRoot:
-    """A fresh copy of the cached root at path."""
+    # A fresh copy of the cached root at path.
 
     def __init__(self, path, include=(), start_services=False):
         self.path = Path(path)
@@ -108,8 +108,8 @@ class DebRoot:
             policy.chmod(0o755)
 
     def run(self, cmd, binds=None, env=None, stdin=None, timeout=120):
-        """Runs cmd inside the root with a clean environment plus env; binds
-        maps names to host directories, seen inside as /run/NAME."""
+        # Runs cmd inside the root with a clean environment plus env; binds
+        # maps names to host directories, seen inside as /run/NAME.
         pairs = "".join(f"{name}={host};" for name, host in (binds or {}).items())
         inner = ["/usr/bin/env", "-i", f"PATH={PATH}", "LC_ALL=C"]
         inner += [f"{k}={v}" for k, v in (env or {}).items()]
@@ -119,8 +119,8 @@ class DebRoot:
         return res
 
     def snapshot(self):
-        """{path: (kind, mode, uid, gid, size or link target)} of everything
-        in the root but dpkg's records."""
+        # {path: (kind, mode, uid, gid, size or link target)} of everything
+        # in the root but dpkg's records.
         out = {}
         for dirpath, dirnames, filenames in os.walk(self.path):
             for name in dirnames + filenames:

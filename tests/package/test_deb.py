@@ -1,7 +1,7 @@
-"""The Debian package zorvi-switch (tools/build-deb.sh builds it): its contents
-on both architectures, and its life in a minimal Debian root: install, the
-tool from the installed path on the simulated board, an upgrade that keeps a
-changed configuration file, and a purge that leaves nothing behind."""
+# The Debian package zorvi-switch (tools/build-deb.sh builds it): its contents
+# on both architectures, and its life in a minimal Debian root: install, the
+# tool from the installed path on the simulated board, an upgrade that keeps a
+# changed configuration file, and a purge that leaves nothing behind.
 
 import os
 import re
@@ -123,8 +123,8 @@ def root(tmp_path):
 
 @pytest.fixture(scope="module")
 def installed_root(tmp_path_factory):
-    """One root with the amd64 package installed, for runs that change
-    nothing in it (the board keeps its files in the bench's sandbox)."""
+    # One root with the amd64 package installed, for runs that change
+    # nothing in it (the board keeps its files in the bench's sandbox).
     r = make_root(tmp_path_factory.mktemp("installed") / "root")
     install(r, deb("amd64"))
     yield r
@@ -139,8 +139,8 @@ def board(tmp_path):
 
 
 def in_root(root, cmd, bench=None, debs=DEBS):
-    """Runs cmd in the root with the package directory at /run/debs and, given a
-    bench, on its simulated board."""
+    # Runs cmd in the root with the package directory at /run/debs and, given a
+    # bench, on its simulated board.
     binds, env = {"debs": debs}, {}
     if bench is not None:
         binds.update(bench=BENCH_DIR, sandbox=bench.sb)
@@ -160,9 +160,9 @@ def status(root):
 
 
 def changes(before, after):
-    """Entries of after that are new or differ from before, as a path's mode
-    (or link target; directories under their path with a slash), and those
-    gone, as None."""
+    # Entries of after that are new or differ from before, as a path's mode
+    # (or link target; directories under their path with a slash), and those
+    # gone, as None.
     out = {path: None for path in before.keys() - after.keys()}
     for path, (kind, mode, uid, gid, detail) in after.items():
         if before.get(path) != after[path]:
@@ -173,7 +173,7 @@ def changes(before, after):
 
 
 def merged(path):
-    """Where a path of the package lies in a root with merged /usr."""
+    # Where a path of the package lies in a root with merged /usr.
     return "usr/" + path if path.split("/")[0] in ("lib", "bin", "sbin") else path
 
 
@@ -217,8 +217,8 @@ def test_install_upgrade_purge(root, tmp_path):
 
 
 def rebuild(tmp_path, version):
-    """The amd64 package built again from the packages' source tree, under
-    another version (no tests)."""
+    # The amd64 package built again from the packages' source tree, under
+    # another version (no tests).
     src = tmp_path / f"zorvi-switch-{version}"
     shutil.copytree(DEBS / "source", src, symlinks=True)
     changelog = src / "debian/changelog"
@@ -242,7 +242,7 @@ VM_ROOT_PACKAGES = ("iproute2", "kmod")
 
 
 def vm_kernel_module():
-    """The bench's module, built for the kernel that the VM boots."""
+    # The bench's module, built for the kernel that the VM boots.
     if shutil.which("qemu-system-x86_64") is None:
         pytest.skip("no qemu-system-x86_64: tools/install-deps.sh vm")
     kernel = subprocess.run([str(VM_TOOLS / "kernel.sh")], capture_output=True, text=True)
