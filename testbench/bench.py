@@ -88,8 +88,9 @@ class Proc:
 
 # In the VM (one virtual CPU, emulated when KVM is missing) the programs
 # really sleep and share the CPU with the test's polling: waits there poll
-# less often and give up later, and so do the runs of programs.
-WAIT_INTERVAL, WAIT_FACTOR = (0.05, 3) if VM else (0.01, 1)
+# less often and give up later, and so do the runs of programs. An emulated
+# ARM CPU is slower still than an emulated amd64 one.
+WAIT_INTERVAL, WAIT_FACTOR = ((0.05, 5 if os.uname().machine.startswith("arm") else 3) if VM else (0.01, 1))
 
 
 def wait_for(predicate, timeout=5.0, interval=WAIT_INTERVAL):

@@ -14,6 +14,12 @@
 #                                kernel, for the end-to-end suite in a virtual
 #                                machine (testbench/vm/run-e2e.sh; the kernel
 #                                image itself is fetched by testbench/vm/kernel.sh)
+#   tools/install-deps.sh vm-arm and qemu-system-arm and what the cross build of
+#                                the bench's module needs, for the suite in a
+#                                virtual machine on Debian's 32-bit ARM kernel
+#                                (testbench/vm/run-e2e.sh --arch arm; its kernel,
+#                                headers and root are fetched from the armhf
+#                                archive by testbench/vm/kernel.sh and arm-root.sh)
 set -eu
 
 packages="g++ cmake make clang-tidy libgtest-dev binutils python3 python3-pytest iproute2 util-linux \
@@ -24,8 +30,9 @@ for group in "$@"; do
     case $group in
         deb) packages="$packages git dpkg-dev debhelper lintian debootstrap crossbuild-essential-armhf" ;;
         vm) packages="$packages qemu-system-x86 linux-headers-amd64 kmod" ;;
+        vm-arm) packages="$packages qemu-system-arm gcc-arm-linux-gnueabihf make kmod" ;;
         *)
-            echo "install-deps.sh: unknown group $group (known: deb, vm)" >&2
+            echo "install-deps.sh: unknown group $group (known: deb, vm, vm-arm)" >&2
             exit 2
             ;;
     esac

@@ -1,17 +1,20 @@
 #!/bin/sh
 # Runs a shell command as root in a virtual machine that boots Debian's kernel
 # with the host's root filesystem (read-only, over virtio 9p):
-#   testbench/vm/boot.sh [--arch x86_64] [--kernel RELEASE] [--root DIR]
+#   testbench/vm/boot.sh [--arch x86_64|arm] [--kernel RELEASE] [--root DIR]
 #                        [--accel auto|kvm|tcg] [--timeout SECONDS] [--] COMMAND
 # COMMAND runs in the current directory (which must be visible in the root),
 # its output comes on this script's standard output, and its exit status is
 # this script's. A root other than / (a Debian root with a package installed,
 # say) does not hold this tree: the tree comes read-only at /run/zorvi-tree,
-# and COMMAND runs there, in the same directory of the tree. The kernel comes from testbench/vm/kernel.sh. With
-# --accel auto (the default) KVM is tried when /dev/kvm is there, and the run
-# falls back to TCG when the guest does not come up under KVM within a few
-# seconds (nested KVM can be present and still hang or fail). The line
-# "zorvi-vm: accel ..." on standard error tells which one ran.
+# and COMMAND runs there, in the same directory of the tree. The kernel comes
+# from testbench/vm/kernel.sh. With --accel auto (the default) KVM is tried
+# when /dev/kvm is there, and the run falls back to TCG when the guest does
+# not come up under KVM within a few seconds (nested KVM can be present and
+# still hang or fail). The line "zorvi-vm: accel ..." on standard error tells
+# which one ran. --arch arm boots Debian's 32-bit ARM kernel (armmp) on
+# qemu's virt board, always under TCG; its root is an armhf root
+# (testbench/vm/arm-root.sh), not the host's.
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
 
@@ -33,21 +36,25 @@ while [ $# -gt 0 ]; do
     esac
 done
 if [ $# -eq 0 ]; then
-    echo "usage: boot.sh [--arch x86_64] [--kernel RELEASE] [--root DIR] [--accel auto|kvm|tcg] [--timeout S] [--] COMMAND" >&2
+    echo "usage: boot.sh [--arch x86_64|arm] [--kernel RELEASE] [--root DIR] [--accel auto|kvm|tcg] [--timeout S] [--] COMMAND" >&2
     exit 2
 fi
-# The machine of each architecture: qemu, its board, the kernel's console.
+# The machine of each architecture: qemu, its board, its CPU under TCG, the
+# kernel's console, the virtio transport of the 9p shares. The armmp kernel
+# has no LPAE: the virt board keeps its devices below 4 GiB.
 case $arch in
-    x86_64) qemu=qemu-system-x86_64 machine=pc console=ttyS0 ;;
+    x86_64) qemu=qemu-system-x86_64 machine=pc cpu=max console=ttyS0 p9dev=virtio-9p-pci ;;
+    arm) qemu=qemu-system-arm machine=virt,highmem=off cpu=cortex-a15 console=ttyAMA0 p9dev=virtio-9p-device ;;
     *) echo "boot.sh: no machine for the architecture $arch" >&2; exit 2 ;;
 esac
 # shellcheck disable=SC2086
-kernel=$("$here/kernel.sh" $release)
+kernel=$("$here/kernel.sh" --arch "$arch" $release)
 release=$(basename "$kernel")
 initrd=$kernel/initrd-$(cat "$here/initramfs-init" "$here/kernel.sh" | md5sum | cut -c1-16).img
 
 job=$(mktemp -d /tmp/zorvi-vm.XXXXXX)
 qemu_pid=
+# shellcheck disable=SC2317 # called by the trap
 cleanup() {
     [ -z "$qemu_pid" ] || kill "$qemu_pid" 2>/dev/null || true
     rm -rf "$job"
@@ -65,7 +72,7 @@ if [ "$root" != / ]; then
         "$tree"/*) cwd=/run/zorvi-tree${cwd#"$tree"} ;;
         *) cwd=/run/zorvi-tree ;;
     esac
-    share_tree="-fsdev $p9,id=tree,path=$tree,readonly=on -device virtio-9p-pci,fsdev=tree,mount_tag=tree"
+    share_tree="-fsdev $p9,id=tree,path=$tree,readonly=on -device $p9dev,fsdev=tree,mount_tag=tree"
 fi
 echo "$cwd" >"$job/cwd"
 printf '%s\n' "$*" >"$job/command"
@@ -78,9 +85,9 @@ boot() {
         -display none -serial "file:$job/console" \
         -kernel "$kernel/vmlinuz" -initrd "$initrd" \
         -append "console=$console loglevel=1 panic=-1 zorvi_guest=$guest${share_tree:+ zorvi_tree=/run/zorvi-tree}" \
-        -fsdev "$p9,id=root,path=$root,readonly=on" -device virtio-9p-pci,fsdev=root,mount_tag=hostroot \
-        -fsdev "$p9,id=mod,path=$kernel/lib/modules,readonly=on" -device virtio-9p-pci,fsdev=mod,mount_tag=modules \
-        -fsdev "$p9,id=job,path=$job" -device virtio-9p-pci,fsdev=job,mount_tag=job $share_tree \
+        -fsdev "$p9,id=root,path=$root,readonly=on" -device $p9dev,fsdev=root,mount_tag=hostroot \
+        -fsdev "$p9,id=mod,path=$kernel/lib/modules,readonly=on" -device $p9dev,fsdev=mod,mount_tag=modules \
+        -fsdev "$p9,id=job,path=$job" -device $p9dev,fsdev=job,mount_tag=job $share_tree \
         </dev/null >"$job/qemu.log" 2>&1 &
     qemu_pid=$!
 }
@@ -98,7 +105,7 @@ came_up() {
 }
 
 used=
-if [ "$accel" != tcg ] && [ -w /dev/kvm ]; then
+if [ "$accel" != tcg ] && [ "$arch" = x86_64 ] && [ -w /dev/kvm ]; then
     boot -accel kvm -cpu max
     if came_up 8; then
         used=kvm
@@ -114,7 +121,7 @@ if [ "$accel" != tcg ] && [ -w /dev/kvm ]; then
     fi
 fi
 if [ -z "$used" ]; then
-    boot -accel tcg,thread=multi -cpu max
+    boot -accel tcg,thread=multi -cpu $cpu
     used=tcg
 fi
 echo "zorvi-vm: accel $used, kernel $release" >&2
