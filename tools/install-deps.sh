@@ -23,7 +23,7 @@
 set -eu
 
 packages="g++ cmake make clang-tidy libgtest-dev binutils python3 python3-pytest iproute2 util-linux \
-spi-tools python3-spidev tmux man-db groff-base g++-arm-linux-gnueabihf \
+spi-tools python3-spidev man-db groff-base g++-arm-linux-gnueabihf \
 avahi-daemon avahi-autoipd busybox socat qemu-user nftables iptables \
 clang libclang-rt-14-dev"
 for group in "$@"; do
