@@ -90,13 +90,12 @@ extern "C" FILE *fopen(const char *path, const char *mode) {
 }
 
 int spi_fd(SpiPath path) {
-    if (descriptors[0] < 0) {
-        // Real descriptors, so that no other open can return their numbers.
-        descriptors[0] = open("/dev/null", O_RDWR | O_CLOEXEC);
-        descriptors[1] = open("/dev/null", O_RDWR | O_CLOEXEC);
-        FUZZ_CHECK(descriptors[0] >= 0 && descriptors[1] >= 0);
-    }
-    return descriptors[path == SpiPath::tool ? 0 : 1];
+    // A real descriptor, so that no other open can return its number.
+    int &fd = descriptors[path == SpiPath::tool ? 0 : 1];
+    if (fd < 0)
+        fd = open("/dev/null", O_RDWR | O_CLOEXEC);
+    FUZZ_CHECK(fd >= 0);
+    return fd;
 }
 
 zb::ChipState &reset_chip(std::uint8_t board) {

@@ -40,7 +40,7 @@ struct SpiAccess {
 // The transfers since the last reset_chip, in order.
 inline std::vector<SpiAccess> spi_log;
 
-// The descriptor of the path; the first call opens both.
+// The descriptor of the path, opened on first use.
 int spi_fd(SpiPath path);
 
 // A freshly reset chip of the board (zb::ChipState: its register file and the
