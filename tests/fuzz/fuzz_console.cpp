@@ -15,17 +15,18 @@
 // - the tokens that parse_args cuts from the rest of a line under its
 //   command's limit (4, the largest, for an unknown word) are at most that
 //   many, non-empty, in order, and each ends inside the line buffer;
-// - every transfer has the console's shape (spidev_chip.cpp);
+// - every transfer has the console's shape (fuzz_support.cpp);
 // - exit frees the device database.
 #include "chip/device_database.h"
 #include "console/cli_parser.h"
 #include "console/command_table.h"
 #include "console/readline.h"
-#include "tests/fuzz/fuzz_check.h"
-#include "tests/fuzz/spidev_chip.h"
+#include "tests/fuzz/fuzz_support.h"
 
 #include <cstring>
+#include <memory>
 #include <sys/mman.h>
+#include <unistd.h>
 
 namespace {
 
@@ -33,37 +34,26 @@ constexpr std::uint16_t LARGEST_LIMIT = 4;
 int input_fd = -1;
 
 // A chip with something in the tables that are only read: three learned
-// addresses, counters on every port (one overflowed) and dropped packets.
+// addresses, an overflowed counter and dropped packets.
 void fill_chip(zb::ChipState &chip) {
     chip.dyn_count = 3;
     for (std::uint8_t i = 0; i < 3; ++i)
         chip.dyn[i] = zb::DynEntry{{0x02, 0, 0, 0, 0, i}, i, static_cast<std::uint8_t>(i + 1), i};
-    for (int port = 0; port < zb::kPorts; ++port)
-        for (int counter = 0; counter < zb::kMibCounters; ++counter)
-            chip.mib[port][counter].value = static_cast<std::uint32_t>(port * 1000 + counter);
     chip.mib[1][0] = zb::MibCounter{0x3FFFFFFF, 1};
-    for (int i = 0; i < zb::kDroppedCounters; ++i)
-        chip.dropped[i] = static_cast<std::uint16_t>(0xFFF0 + i);
-}
-
-const CliCommand *command_of(const char *line) {
-    const char *word = line + std::strspn(line, " \t");
-    const std::size_t length = std::strcspn(word, " \t");
-    for (const CliCommand &row : cli_command_table) {
-        if (row.name != nullptr && std::strlen(row.name) == length &&
-            std::strncmp(row.name, word, length) == 0)
-            return &row;
-    }
-    return nullptr;
+    chip.dropped[0] = 0xFFF0;
 }
 
 void check_tokens(const char *line) {
     char copy[LINE_BUFFER_SIZE];
     std::memcpy(copy, line, sizeof copy);
-    const CliCommand *row = command_of(copy);
-    char *rest = copy + std::strspn(copy, " \t");
-    rest += std::strcspn(rest, " \t");
-    const std::uint16_t limit = row != nullptr ? row->max_args : LARGEST_LIMIT;
+    char *word = copy + std::strspn(copy, " \t");
+    char *rest = word + std::strcspn(word, " \t");
+    const std::string_view command(word, static_cast<std::size_t>(rest - word));
+    std::uint16_t limit = LARGEST_LIMIT;
+    for (const CliCommand &row : cli_command_table) {
+        if (row.name != nullptr && command == row.name)
+            limit = row.max_args;
+    }
 
     std::uint16_t argc = 0;
     char *argv[CLI_MAX_TOKENS] = {};
@@ -79,30 +69,11 @@ void check_tokens(const char *line) {
     }
 }
 
-void run_session(char *line, int fd) {
-    std::memset(line, 0, LINE_BUFFER_SIZE);
-    for (;;) {
-        const int length = readline(line, "=>");
-        if (length < 0) {
-            FUZZ_CHECK(line[0] == '\0');
-            return;
-        }
-        FUZZ_CHECK(length <= 254 && line[length] == '\0' &&
-                   std::strlen(line) == static_cast<std::size_t>(length));
-        if (length == 0)
-            continue;
-        check_tokens(line);
-        if (cli_parser(fd, line) == 0) {
-            FUZZ_CHECK(gDrvCtrl == nullptr);
-            return;
-        }
-    }
-}
-
 } // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    product_output_to_null();
+    // The product prints on standard output, libFuzzer on standard error.
+    FUZZ_CHECK(std::freopen("/dev/null", "w", stdout) != nullptr);
     // Standard input is a memory file that each session rewrites.
     input_fd = memfd_create("console-input", 0);
     FUZZ_CHECK(input_fd >= 0 && dup2(input_fd, STDIN_FILENO) == STDIN_FILENO);
@@ -113,14 +84,27 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     FUZZ_CHECK(ftruncate(input_fd, 0) == 0);
     FUZZ_CHECK(pwrite(input_fd, data, size, 0) == static_cast<ssize_t>(size));
     FUZZ_CHECK(lseek(STDIN_FILENO, 0, SEEK_SET) == 0);
-
-    fill_chip(spidev_chip::reset(zb::kBoardNand));
+    fill_chip(reset_chip(zb::kBoardNand));
     FUZZ_CHECK(init_database() == 0);
-    // The line buffer on the heap, as the console allocates it, so that any
-    // access past its 256 bytes is seen.
-    auto *line = static_cast<char *>(std::malloc(LINE_BUFFER_SIZE));
-    run_session(line, spidev_chip::fd(SpiPath::console));
-    std::free(line);
-    std::fflush(stdout);
-    return 0;
+
+    // The zeroed line buffer on the heap, as the console allocates it, so
+    // that any access past its 256 bytes is seen.
+    const std::unique_ptr<char[]> buffer(new char[LINE_BUFFER_SIZE]());
+    char *line = buffer.get();
+    for (;;) {
+        const int length = readline(line, "=>");
+        if (length < 0) {
+            FUZZ_CHECK(line[0] == '\0');
+            return 0;
+        }
+        FUZZ_CHECK(length <= 254 && line[length] == '\0' &&
+                   std::strlen(line) == static_cast<std::size_t>(length));
+        if (length == 0)
+            continue;
+        check_tokens(line);
+        if (cli_parser(spi_fd(SpiPath::console), line) == 0) {
+            FUZZ_CHECK(gDrvCtrl == nullptr);
+            return 0;
+        }
+    }
 }

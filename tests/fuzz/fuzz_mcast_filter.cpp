@@ -13,40 +13,27 @@
 // those bytes, on the heap where the address sanitizer guards its end, gives
 // the same answer).
 #include "daemon/mcast.h"
-#include "tests/fuzz/fuzz_check.h"
+#include "tests/fuzz/fuzz_support.h"
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 
-namespace {
-
-constexpr char NOTIFICATION[] = "switch_daemon";
-constexpr std::size_t BUFFER_LEN = 16;
-constexpr std::size_t BYTES_TAKEN = BUFFER_LEN - 1;
-
-bool is_notification(const char *datagram, std::size_t size) {
-    const std::size_t text = strnlen(datagram, size);
-    return text == sizeof NOTIFICATION - 1 && std::memcmp(datagram, NOTIFICATION, text) == 0;
-}
-
-} // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-    char buffer[BUFFER_LEN] = {};
-    const std::uint8_t *next = data;
-    const std::uint8_t *const end = data + size;
-    while (next != end) {
-        std::size_t length = *next++;
-        if (length > static_cast<std::size_t>(end - next))
-            length = static_cast<std::size_t>(end - next);
+    constexpr std::string_view NOTIFICATION = "switch_daemon";
+    char buffer[16] = {};
+    for (const std::uint8_t *next = data; next != data + size;) {
+        const std::size_t length =
+            std::min<std::size_t>(*next, static_cast<std::size_t>(data + size - next - 1));
         // A datagram longer than the buffer loses its tail, as the kernel cuts it.
-        const std::size_t taken = length < BYTES_TAKEN ? length : BYTES_TAKEN;
-        std::memcpy(buffer, next, taken);
-        next += length;
+        const std::size_t taken = std::min(length, sizeof buffer - 1);
+        std::memcpy(buffer, next + 1, taken);
+        next += 1 + length;
 
         const std::unique_ptr<char[]> alone(new char[taken]);
         std::memcpy(alone.get(), buffer, taken);
-        const bool expected = is_notification(alone.get(), taken);
+        const bool expected =
+            std::string_view(alone.get(), strnlen(alone.get(), taken)) == NOTIFICATION;
         FUZZ_CHECK(mcast_is_notification(buffer, taken) == expected);
         FUZZ_CHECK(mcast_is_notification(alone.get(), taken) == expected);
     }

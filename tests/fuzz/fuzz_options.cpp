@@ -26,56 +26,50 @@
 #include "core/switch_status.h"
 #include "core/tool_state.h"
 #include "core/usage.h"
-#include "tests/fuzz/fuzz_check.h"
-#include "tests/fuzz/spidev_chip.h"
+#include "tests/fuzz/fuzz_support.h"
 
+#include <algorithm>
 #include <bit>
 #include <csetjmp>
 #include <cstring>
 #include <getopt.h>
-#include <vector>
 
 namespace {
 
-enum class Leaf { none, usage, mode, console, loader, status };
-Leaf ran = Leaf::none;
+int leaves_ran = 0;
+bool usage_ran = false;
 std::jmp_buf after_usage;
 
-void record(Leaf leaf) {
-    FUZZ_CHECK(ran == Leaf::none);
-    ran = leaf;
-}
-
 bool inside_arguments(const char *text, const std::vector<char *> &arguments) {
-    for (const char *argument : arguments) {
-        if (text >= argument && text <= argument + std::strlen(argument))
-            return true;
-    }
-    return false;
+    return std::any_of(arguments.begin(), arguments.end(), [text](const char *argument) {
+        return text >= argument && text <= argument + std::strlen(argument);
+    });
 }
 
 } // namespace
 
 [[noreturn]] void print_usage(const char *) {
-    record(Leaf::usage);
+    ++leaves_ran;
+    usage_ran = true;
     std::longjmp(after_usage, 1);
 }
 void set_management_mode(std::int32_t) {
-    record(Leaf::mode);
+    ++leaves_ran;
 }
 int switch_console(const char *) {
-    record(Leaf::console);
+    ++leaves_ran;
     return 0;
 }
 void load_config_file() {
-    record(Leaf::loader);
+    ++leaves_ran;
 }
 void show_switch_status(std::uint8_t, std::uint8_t, std::uint8_t) {
-    record(Leaf::status);
+    ++leaves_ran;
 }
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    product_output_to_null();
+    // The product prints on standard output, libFuzzer on standard error.
+    FUZZ_CHECK(std::freopen("/dev/null", "w", stdout) != nullptr);
     opterr = 0;
     return 0;
 }
@@ -83,25 +77,19 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     // Each argument in a block of its own, so that a read past its NUL shows.
     std::vector<char *> arguments;
-    for (std::size_t at = 0; size > 0 && at <= size;) {
-        const auto *piece = reinterpret_cast<const char *>(data + at);
-        const std::size_t length = strnlen(piece, size - at);
-        char *argument = static_cast<char *>(std::malloc(length + 1));
-        std::memcpy(argument, piece, length);
-        argument[length] = '\0';
-        arguments.push_back(argument);
-        at += length + 1;
-    }
+    for (std::size_t at = 0; size > 0 && at <= size; at += std::strlen(arguments.back()) + 1)
+        arguments.push_back(strndup(reinterpret_cast<const char *>(data + at), size - at));
     std::vector<char *> argv = arguments; // getopt_long reorders this one
     argv.push_back(nullptr);
     const int argc = static_cast<int>(arguments.size());
 
     tool_state = ToolState{};
-    tool_state.spi_fd = spidev_chip::fd(SpiPath::tool);
+    tool_state.spi_fd = spi_fd(SpiPath::tool);
     tool_state.board_kind = BOARD_NAND;
     const char *const default_device = tool_state.spi_device;
-    spidev_chip::reset(zb::kBoardNand);
-    ran = Leaf::none;
+    reset_chip(zb::kBoardNand);
+    leaves_ran = 0;
+    usage_ran = false;
     optind = 0; // a fresh scan
 
     parse_options(argc, argv.data());
@@ -114,22 +102,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         run_action(ActionContext{argc, argc > 0 ? argv[0] : "", NAND_PROFILE});
 
     const std::uint32_t flags = tool_state.action_flags;
-    const std::size_t transfers = spidev_chip::count();
-    if (ran == Leaf::usage)
-        FUZZ_CHECK(transfers == 0);
+    FUZZ_CHECK(leaves_ran <= 1 && (!usage_ran || spi_log.empty()));
     if ((std::popcount(flags) > 1 && flags != (ACT_WRITE | ACT_VALUE)) || (flags == 0 && argc != 1))
-        FUZZ_CHECK(ran == Leaf::usage);
+        FUZZ_CHECK(usage_ran);
     if (flags == ACT_READ || flags == (ACT_WRITE | ACT_VALUE)) {
-        FUZZ_CHECK(transfers == 1);
-        const SpiAccess &access = spidev_chip::access(0);
+        FUZZ_CHECK(spi_log.size() == 1);
         if (flags == ACT_READ)
-            FUZZ_CHECK(!access.write && access.reg == tool_state.read_addr);
+            FUZZ_CHECK(!spi_log[0].write && spi_log[0].reg == tool_state.read_addr);
         else
-            FUZZ_CHECK(access.write && access.reg == tool_state.write_addr &&
-                       access.value == tool_state.value);
+            FUZZ_CHECK(spi_log[0].write && spi_log[0].reg == tool_state.write_addr &&
+                       spi_log[0].value == tool_state.value);
     }
-
-    std::fflush(stdout);
     for (char *argument : arguments)
         std::free(argument);
     return 0;

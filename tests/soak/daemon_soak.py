@@ -31,11 +31,12 @@ sys.path.insert(0, str(REPO / "testbench"))
 
 from bench import SWITCH_CONFIG, Bench, wait_for  # noqa: E402
 
-HELPERS = REPO / "tests" / "e2e" / "helpers"
 PYTHON = "/usr/bin/python3"
 POLL_US = 200000
 GUARD_GOOD, GUARD_BAD = 0x61, 0x51
 SERVICES = {"avahi-autoipd": "/var/run/avahi-autoipd.eth0.pid", "avahi-daemon": "/var/run/avahi-daemon/pid"}
+CHECKS = 3  # link changes checked per round
+RSS_SLACK_KB = 64  # VmRSS spread allowed after the first round
 
 # Reads "COUNT" lines on stdin and sends COUNT datagrams of mixed content to
 # the notification group for each.
@@ -51,53 +52,40 @@ for line in sys.stdin:
 """
 
 
-def state_text(links):
-    return "port1_link {} port2_link {}".format(*("UP" if up else "DOWN" for up in links))
-
-
-def fail(why):
-    raise SystemExit(why)
-
-
+# The bench's count of SPI transfers since the sandbox was made, from its chip
+# state (layout version 5: the count, then the frame held selected, 12 bytes
+# padded to 16, at the end).
 def transfers(bench):
-    """The bench's count of SPI transfers since the sandbox was made: the last
-    field of the chip state, whose own size is its third field."""
     data = (bench.sb / "state").read_bytes()
-    magic, _version, size = struct.unpack_from("<III", data, 0)
-    if magic != 0x5A42454E or size > len(data):
-        fail("unknown bench state layout")
-    return struct.unpack_from("<Q", data, size - 8)[0]
+    magic, version, size = struct.unpack_from("<III", data, 0)
+    if (magic, version) != (0x5A42454E, 5) or size > len(data):
+        sys.exit("unknown bench state layout")
+    return struct.unpack_from("<Q", data, size - 24)[0]
 
 
-def start(bench, args):
-    """The address services as signal recorders, the burst sender and the
-    daemon; returns the daemon's pid and the sender."""
+# The address services as signal recorders, the burst sender and the daemon.
+def start(bench, workdir, scale):
     bench.net_up()
     for name, path in SERVICES.items():
-        out = Path(args.workdir) / f"{name}.signals"
-        rec = bench.spawn([HELPERS / "signal_recorder.py", out], argv0=name, prog=PYTHON)
+        out = workdir / f"{name}.signals"
+        rec = bench.spawn([REPO / "tests/e2e/helpers/signal_recorder.py", out], argv0=name, prog=PYTHON)
         wait_for(out.exists, timeout=10)
         bench.path(path).write_text(f"{rec.nspid}\n")
     # From a file: a command line with a line break and the daemon's name in
     # it would pass for a running daemon in the process scan.
-    sender = Path(args.workdir) / "burst_sender.py"
-    sender.write_text(BURST_SENDER)
-    sender = bench.spawn([sender], argv0="python3", prog=PYTHON, stdin=-1)
-    bench.timescale(args.scale)
+    (workdir / "burst_sender.py").write_text(BURST_SENDER)
+    sender = bench.spawn([workdir / "burst_sender.py"], argv0="python3", prog=PYTHON, stdin=-1)
+    bench.timescale(scale)
     res = bench.run([], argv0="switch_daemon")
     pid_file = bench.path("/var/run/switch_daemon.pid")
     if res.rc != 0 or not wait_for(lambda: pid_file.exists() and pid_file.read_text().endswith("\n"), timeout=10):
-        fail(f"daemon did not start: {res.refresh()!r} {bench.syslog()!r}")
+        sys.exit(f"daemon did not start: {res.refresh()!r} {bench.syslog()!r}")
     return int(pid_file.read_text()), sender
 
 
+# One round of trouble: link flaps, a bad guard read or failing transfers for
+# a moment, bursts of datagrams.
 def chaos(bench, rng, links, sender, actions, seconds):
-    """One round of trouble."""
-    def briefly(on, off):
-        on()
-        time.sleep(rng.uniform(0, 0.01))
-        off()
-
     end = time.monotonic() + seconds
     while time.monotonic() < end:
         what = rng.random()
@@ -107,10 +95,14 @@ def chaos(bench, rng, links, sender, actions, seconds):
             bench.link(port, links[port - 1])
             actions["link flaps"] += 1
         elif what < 0.55:
-            briefly(lambda: bench.poke(1, GUARD_BAD), lambda: bench.poke(1, GUARD_GOOD))
+            bench.poke(1, GUARD_BAD)
+            time.sleep(rng.uniform(0, 0.01))
+            bench.poke(1, GUARD_GOOD)
             actions["guard failures"] += 1
         elif what < 0.70:
-            briefly(lambda: bench.fault("xfer"), bench.clear_faults)
+            bench.fault("xfer")
+            time.sleep(rng.uniform(0, 0.01))
+            bench.clear_faults()
             actions["spi faults"] += 1
         else:
             count = rng.randint(1, 50)
@@ -120,49 +112,43 @@ def chaos(bench, rng, links, sender, actions, seconds):
         time.sleep(rng.uniform(0, 0.005))
 
 
+# Each round of trouble ends with the board healed. After two passes, a change
+# that stays is logged once, and nothing else is.
 def check_change(bench, rng, links, pid):
-    """After a healed board has made two passes, a change that stays is logged
-    once, and nothing else is."""
-    def states_logged():
+    def logged():
         return [m for level, m in bench.syslog() if level == 6 and m.startswith("port1_link ")]
 
     def polls():
         return bench.sleeps(pid).count(POLL_US)
 
-    bench.clear_faults()
-    bench.poke(1, GUARD_GOOD)
     bench.clear_events()
     bench.log(True)
-    try:
-        if not wait_for(lambda: polls() >= 2, timeout=30):
-            fail("the monitor loop stalls")
-        before = len(states_logged())
-        port = rng.choice((1, 2))
-        links[port - 1] = not links[port - 1]
-        bench.link(port, links[port - 1])
-        start = polls()
-        if not wait_for(lambda: len(states_logged()) > before, timeout=30):
-            fail(f"change to {state_text(links)!r} not logged")
-        wait_for(lambda: polls() >= start + 3, timeout=30)
-        if states_logged()[before:] != [state_text(links)]:
-            fail(f"logged {states_logged()[before:]!r} for the change to {state_text(links)!r}")
-    finally:
-        bench.log(False)
-        bench.clear_events()
+    if not wait_for(lambda: polls() >= 2, timeout=30):
+        sys.exit("the monitor loop stalls")
+    before = len(logged())
+    port = rng.choice((1, 2))
+    links[port - 1] = not links[port - 1]
+    bench.link(port, links[port - 1])
+    start = polls()
+    expected = ["port1_link {} port2_link {}".format(*("UP" if up else "DOWN" for up in links))]
+    # The first pass that begins after the change logs it.
+    if not wait_for(lambda: polls() >= start + 3, timeout=30) or logged()[before:] != expected:
+        sys.exit(f"logged {logged()[before:]!r} for the change to {expected}")
+    bench.log(False)
 
 
+# (VmRSS in kB, open descriptors) of the daemon.
 def sample(bench, pid):
-    """(VmRSS in kB, open descriptors) of the daemon."""
     status = bench.ns_run(["cat", f"/proc/{pid}/status"])
     fds = bench.ns_run(["ls", f"/proc/{pid}/fd"])
     if status.rc != 0 or fds.rc != 0:
-        fail(f"daemon {pid} is gone")
+        sys.exit(f"daemon {pid} is gone")
     return next(int(line.split()[1]) for line in status.out.splitlines() if line.startswith("VmRSS:")), \
         len(fds.out.split())
 
 
-def soak(bench, args, rng):
-    pid, sender = start(bench, args)
+def soak(bench, args, rng, workdir):
+    pid, sender = start(bench, workdir, args.scale)
     start_xfers = transfers(bench)
     links = [True, True]
     actions = {"link flaps": 0, "guard failures": 0, "spi faults": 0, "datagrams": 0}
@@ -172,39 +158,37 @@ def soak(bench, args, rng):
     while len(samples) < 3 or samples[-1][0] < args.passes:
         chaos(bench, rng, links, sender, actions, args.round_seconds)
         if pid not in bench.ns_pids("switch_daemon"):
-            fail("the daemon died")
-        for _ in range(args.checks):
+            sys.exit("the daemon died")
+        for _ in range(CHECKS):
             check_change(bench, rng, links, pid)
         # A pass makes three transfers at most (one with a bad guard), so
         # this is a lower bound.
         samples.append(((transfers(bench) - start_xfers) // 3,) + sample(bench, pid))
-        print(f"round {len(samples)}: {samples[-1][0]} passes, VmRSS {samples[-1][1]} kB, "
-              f"{samples[-1][2]} descriptors", flush=True)
+        print("round {}: {} passes, VmRSS {} kB, {} descriptors".format(len(samples), *samples[-1]), flush=True)
 
     # The first round warms up (stdio buffers, the thread's stack, the
     # resolver); from then on nothing may grow.
     rss = [s[1] for s in samples[1:]]
-    fds = {s[2] for s in samples[1:]}
-    print(f"{len(samples)} rounds, {samples[-1][0]} passes at least, {len(samples) * args.checks} changes "
-          f"checked; VmRSS {min(rss)}..{max(rss)} kB, descriptors {sorted(fds)}")
+    fds = [s[2] for s in samples[1:]]
+    print(f"{len(samples)} rounds, {samples[-1][0]} passes at least, {len(samples) * CHECKS} changes "
+          f"checked; VmRSS {min(rss)}..{max(rss)} kB, descriptors {sorted(set(fds))}")
     print("trouble made: " + ", ".join(f"{n} {what}" for what, n in actions.items()))
-    signals = {name: len((Path(args.workdir) / f"{name}.signals").read_text().splitlines()) - 1
-               for name in SERVICES}
+    signals = {name: len((workdir / f"{name}.signals").read_text().splitlines()) - 1 for name in SERVICES}
     print(f"signals received by the services: {signals}")
     if not all(signals.values()):
-        fail("no refresh reached the services")
-    if max(rss) - min(rss) > args.rss_slack_kb:
+        sys.exit("no refresh reached the services")
+    if max(rss) - min(rss) > RSS_SLACK_KB:
         # AddressSanitizer keeps freed blocks in its quarantine, so its
         # resident memory grows without a leak.
         if b"__asan_init" not in SWITCH_CONFIG.read_bytes():
-            fail(f"resident memory grows: {rss}")
+            sys.exit(f"resident memory grows: {rss}")
         print(f"VmRSS spread {max(rss) - min(rss)} kB ignored in a sanitizer build")
-    if len(fds) != 1:
-        fail(f"descriptor count changes: {[s[2] for s in samples[1:]]}")
+    if len(set(fds)) != 1:
+        sys.exit(f"descriptor count changes: {fds}")
     for path in Path(bench.tmp).glob("run-*.err"):
         text = path.read_text(errors="replace")
         if "Sanitizer" in text or "runtime error" in text:
-            fail(f"sanitizer report in {path}:\n{text[:2000]}")
+            sys.exit(f"sanitizer report in {path}:\n{text[:2000]}")
     print("soak passed")
 
 
@@ -213,17 +197,13 @@ def main():
     parser.add_argument("--passes", type=int, default=100000, help="monitor passes at least")
     parser.add_argument("--scale", type=int, default=1000, help="time scale: usleep(us) sleeps us/scale")
     parser.add_argument("--round-seconds", type=float, default=3.0, help="length of one round of trouble")
-    parser.add_argument("--rss-slack-kb", type=int, default=64, help="allowed VmRSS spread after warm-up")
-    parser.add_argument("--checks", type=int, default=3, help="checked link changes per round")
-    parser.add_argument("--seed", type=int, default=None)
+    parser.add_argument("--seed", type=int, default=random.randrange(1 << 30))
     args = parser.parse_args()
-    seed = args.seed if args.seed is not None else random.randrange(1 << 30)
-    print(f"seed {seed}", flush=True)
+    print(f"seed {args.seed}", flush=True)
     with tempfile.TemporaryDirectory(prefix="daemon-soak-") as workdir:
-        args.workdir = workdir
         bench = Bench(workdir)
         try:
-            soak(bench, args, random.Random(seed))
+            soak(bench, args, random.Random(args.seed), Path(workdir))
         finally:
             bench.close()
 

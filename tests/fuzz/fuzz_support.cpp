@@ -1,15 +1,19 @@
-// The in-process SPI device. This definition of ioctl takes the place of the
-// C library's (and of the sanitizer's interceptor): the product's own
-// spi_transfer runs unchanged, and every other descriptor gets the system
-// call.
-#include "tests/fuzz/spidev_chip.h"
+// The in-process SPI device and files. These definitions of ioctl and fopen
+// take the place of the C library's (and of the sanitizer's interceptors): the
+// product's own spi_transfer and file reading run unchanged, and every other
+// descriptor and path gets the system's.
+#include "tests/fuzz/fuzz_support.h"
 
-#include "tests/fuzz/fuzz_check.h"
-
+#include <algorithm>
+#include <cerrno>
 #include <cstdarg>
+#include <cstring>
+#include <dlfcn.h>
+#include <fcntl.h>
 #include <linux/spi/spidev.h>
 #include <sys/ioctl.h>
 #include <sys/syscall.h>
+#include <unistd.h>
 
 namespace {
 
@@ -18,8 +22,6 @@ constexpr std::uint8_t CMD_READ = 0x03;
 
 int descriptors[2] = {-1, -1};
 zb::ChipState chip;
-SpiAccess log_entries[spidev_chip::LOG_CAPACITY];
-std::size_t log_count = 0;
 
 // One three-byte transfer in one chip-select frame: 0x03, register, 0xFF to
 // read (the value comes back in the third byte), 0x02, register, value to
@@ -32,28 +34,24 @@ int transfer(SpiPath path, const spi_ioc_transfer &t) {
                t.rx_nbits == 0 && t.word_delay_usecs == 0 && t.pad == 0);
     const auto *tx = reinterpret_cast<const std::uint8_t *>(t.tx_buf);
     auto *rx = reinterpret_cast<std::uint8_t *>(t.rx_buf);
-    FUZZ_CHECK(tx != nullptr);
-    FUZZ_CHECK(tx[0] == CMD_READ || tx[0] == CMD_WRITE);
+    FUZZ_CHECK(tx != nullptr && (tx[0] == CMD_READ || tx[0] == CMD_WRITE));
     const bool write = tx[0] == CMD_WRITE;
-    if (write && path == SpiPath::console) {
+    if (write && path == SpiPath::console)
         FUZZ_CHECK(rx == nullptr && t.bits_per_word == 0);
-    } else {
+    else
         FUZZ_CHECK(rx != nullptr && t.bits_per_word == 8);
-    }
     SpiAccess access{write, tx[1], tx[2]};
     if (write) {
-        zb::chip_spi_write(chip, tx[1], tx[2]);
-        if (rx != nullptr)
-            rx[0] = rx[1] = rx[2] = 0xFF;
+        zb::chip_spi_write(chip, access.reg, access.value);
     } else {
         FUZZ_CHECK(tx[2] == 0xFF);
-        access.value = zb::chip_spi_read(chip, tx[1]);
-        rx[0] = rx[1] = 0xFF;
-        rx[2] = access.value;
+        access.value = zb::chip_spi_read(chip, access.reg);
     }
-    if (log_count < spidev_chip::LOG_CAPACITY)
-        log_entries[log_count] = access;
-    ++log_count;
+    if (rx != nullptr) {
+        rx[0] = rx[1] = 0xFF;
+        rx[2] = write ? 0xFF : access.value;
+    }
+    spi_log.push_back(access);
     return 3;
 }
 
@@ -72,32 +70,37 @@ extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
                     *static_cast<const spi_ioc_transfer *>(argument));
 }
 
-namespace spidev_chip {
-
-int fd(SpiPath path) {
-    if (descriptors[0] < 0) {
-        // Real descriptors, so that no other open can return their numbers.
-        descriptors[0] = open("/dev/null", O_RDWR | O_CLOEXEC);
-        descriptors[1] = open("/dev/null", O_RDWR | O_CLOEXEC);
-        FUZZ_CHECK(descriptors[0] >= 0 && descriptors[1] >= 0);
+extern "C" FILE *fopen(const char *path, const char *mode) {
+    const auto file = std::find_if(fake_files.begin(), fake_files.end(),
+                                   [path](const auto &fake) { return fake.first == path; });
+    if (file == fake_files.end()) {
+        using Fopen = FILE *(*)(const char *, const char *);
+        static const auto real = reinterpret_cast<Fopen>(dlsym(RTLD_NEXT, "fopen"));
+        return real(path, mode);
     }
-    return descriptors[path == SpiPath::tool ? 0 : 1];
+    FUZZ_CHECK(std::strcmp(mode, "r") == 0);
+    if (!file->second) {
+        errno = ENOENT;
+        return nullptr;
+    }
+    // A memory stream cannot be empty: an empty text reads as /dev/null.
+    if (file->second->empty())
+        return fopen("/dev/null", "r");
+    return fmemopen(const_cast<char *>(file->second->data()), file->second->size(), "r");
 }
 
-zb::ChipState &reset(std::uint8_t board) {
+int spi_fd(SpiPath path) {
+    // A real descriptor, so that no other open can return its number.
+    int &fd = descriptors[path == SpiPath::tool ? 0 : 1];
+    if (fd < 0)
+        fd = open("/dev/null", O_RDWR | O_CLOEXEC);
+    FUZZ_CHECK(fd >= 0);
+    return fd;
+}
+
+zb::ChipState &reset_chip(std::uint8_t board) {
     zb::chip_reset(chip, board);
     chip.log_on = 0;
-    log_count = 0;
+    spi_log.clear();
     return chip;
 }
-
-std::size_t count() {
-    return log_count;
-}
-
-const SpiAccess &access(std::size_t index) {
-    FUZZ_CHECK(index < log_count && index < LOG_CAPACITY);
-    return log_entries[index];
-}
-
-} // namespace spidev_chip
