@@ -109,8 +109,8 @@ class DebRoot:
         # maps names to host directories, seen inside as /run/NAME.
         pairs = "".join(f"{name}={host};" for name, host in (binds or {}).items())
         inner = ["/usr/bin/env", "-i", f"PATH={PATH}", "LC_ALL=C"] + [f"{k}={v}" for k, v in (env or {}).items()]
-        return subprocess.run(["unshare", "--mount", "--pid", "--net", "--fork", "/bin/sh", "-c", ENTER, "sh",
-                               str(self.path), pairs] + inner + list(cmd), capture_output=True, text=True, timeout=120)
+        enter = ["unshare", "--mount", "--pid", "--net", "--fork", "/bin/sh", "-c", ENTER, "sh", self.path, pairs]
+        return subprocess.run(enter + inner + list(cmd), capture_output=True, text=True, timeout=120)
 
     def snapshot(self):
         # {path: (kind, mode, uid, gid, size or link target)} of everything
