@@ -32,29 +32,19 @@ def install(prefix, destdir=None):
 
 
 def tree(root):
-    # {relative path: (kind, permission bits or link target)} of the files.
-    out = {}
-    for path in sorted(root.rglob("*")):
-        rel = str(path.relative_to(root))
-        st = path.lstat()
-        if stat.S_ISLNK(st.st_mode):
-            out[rel] = ("link", os.readlink(path))
-        elif stat.S_ISREG(st.st_mode):
-            out[rel] = ("file", stat.S_IMODE(st.st_mode))
-    return out
+    # {relative path: permission bits, or link target} of the files.
+    return {str(p.relative_to(root)): os.readlink(p) if p.is_symlink() else stat.S_IMODE(p.stat().st_mode)
+            for p in root.rglob("*") if p.is_symlink() or p.is_file()}
 
 
 # -- the installed tree -----------------------------------------------------------
 
-
-def expected_tree(prefix, etc):
-    files = {"sbin/switch_config": ("file", 0o755), "sbin/switch_daemon": ("link", "switch_config"),
-             "share/man/man8/switch_config.8": ("file", 0o644), "share/man/man8/switch_daemon.8": ("file", 0o644),
-             "lib/systemd/system/switch_daemon.service": ("file", 0o644),
-             "lib/tmpfiles.d/switch_daemon.conf": ("file", 0o644)}
-    files.update({f"share/zorvi-switch/switch_daemon.{ext}": ("file", 0o644) for ext in ("nft", "ip6tables", "iptables")})
-    out = {str(Path(prefix, path)): kind for path, kind in files.items()}
-    return out | {f"{etc}/init.d/{INIT_SCRIPT}": ("file", 0o755), f"{etc}/default/switch_daemon": ("file", 0o644)}
+# The files under the prefix, and under the configuration directory.
+PREFIX_FILES = {"sbin/switch_config": 0o755, "sbin/switch_daemon": "switch_config",
+                "share/man/man8/switch_config.8": 0o644, "share/man/man8/switch_daemon.8": 0o644,
+                "lib/systemd/system/switch_daemon.service": 0o644, "lib/tmpfiles.d/switch_daemon.conf": 0o644,
+                **{f"share/zorvi-switch/switch_daemon.{ext}": 0o644 for ext in ("nft", "ip6tables", "iptables")}}
+ETC_FILES = {f"init.d/{INIT_SCRIPT}": 0o755, "default/switch_daemon": 0o644}
 
 
 # The configuration of the prefix /usr lives in /etc; prefix None: an install
@@ -67,7 +57,8 @@ def test_install_lays_out_the_tree(tmp_path, prefix, etc):
         root, p, conf = Path(prefix), "", f"{prefix}/etc"
     else:
         root, p, conf = install(prefix, destdir=tmp_path / "stage"), prefix.lstrip("/"), "/" + etc
-    assert tree(root) == expected_tree(p, etc)
+    assert tree(root) == ({str(Path(p, path)): mode for path, mode in PREFIX_FILES.items()}
+                          | {f"{etc}/{path}": mode for path, mode in ETC_FILES.items()})
     # The scripts name the installed paths, not the staging directory.
     script = (root / etc / "init.d" / INIT_SCRIPT).read_text()
     unit = (root / p / UNIT).read_text()
@@ -119,11 +110,8 @@ def test_man_page_names_every_console_command(bench):
     assert len(commands) == 47
     source = (REPO / "packaging/man/switch_config.8").read_text()
     section = source[source.index("The commands, with"):source.index(".SH PROCESS LOOKUP")]
-    bold = set()
-    for line in section.splitlines():
-        if line.startswith((".B ", ".BI ", ".BR ")):
-            bold |= set(re.findall(r"\b[a-z0-9]+\b", line.split(" ", 1)[1]))
-    assert sorted(commands - bold) == []
+    bold = " ".join(re.findall(r"^\.B[IR]? (.*)$", section, re.M))
+    assert sorted(commands - set(re.findall(r"\b[a-z0-9]+\b", bold))) == []
 
 
 @pytest.mark.skipif(shutil.which("systemd-analyze") is None, reason="systemd is not installed")
