@@ -10,6 +10,8 @@ import signal
 
 import pytest
 
+from test_daemon import start_daemon
+
 from bench import VM, wait_for
 
 BROADCASTING = "Broadcasting interface status change message"
@@ -46,8 +48,7 @@ class Board:
     # The simulated board with the real peers running beside the daemon.
 
     def __init__(self, bench, tmp_path):
-        self.bench = bench
-        self.tmp = tmp_path
+        self.bench, self.tmp = bench, tmp_path
         # No route for the group on lo: eth0 carries it, as on the board.
         bench.net_up(route=False)
         # In the VM the chip is the kernel's spidev node, which the new /dev gets too.
@@ -80,8 +81,7 @@ class Board:
     def autoipd_bound(self):
         # avahi-autoipd holds its address and announces nothing (its process
         # title says "bound"): only then does SIGHUP make it announce again.
-        title = self.bench.ns_run(["cat", f"/proc/{self.autoipd_pid}/cmdline"]).out
-        return " bound " in title
+        return " bound " in self.bench.ns_run(["cat", f"/proc/{self.autoipd_pid}/cmdline"]).out
 
     def reannouncements(self):
         return [t for _, t in self.messages("avahi-autoipd(eth0)", self.autoipd_pid)].count("Reannouncing address.")
@@ -112,12 +112,8 @@ def board(bench, tmp_path, monkeypatch):
 
 def test_daemon_with_real_syslog_multicast_and_avahi(board):
     bench = board.bench
-    bench.timescale(20)
-    res = bench.run([], argv0="switch_daemon")
+    res, pid = start_daemon(bench)
     assert (res.rc, res.out, res.err) == (0, "running as daemon\n" + STATUS, "")
-    pid_file = bench.path("/var/run/switch_daemon.pid")
-    assert wait_for(lambda: pid_file.exists() and pid_file.read_text().endswith("\n"))
-    pid = int(pid_file.read_text())
 
     def daemon_log():
         return board.messages("switch_daemon", pid)

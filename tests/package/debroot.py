@@ -17,7 +17,7 @@ from pathlib import Path
 CACHE = Path("/var/cache/zorvi-deb")
 SUITE = "bookworm"
 
-# Mounts the root's own /proc, /sys (read-only), a /dev with the common
+# Mounts the root's own /proc, a /dev with the common
 # nodes, tmpfs on /tmp and /run, binds the given host directories under /run,
 # and turns the root into "/" (pivot_root . . stacks the old root on the new
 # one, the lazy unmount drops it).
@@ -30,13 +30,11 @@ mount --make-rprivate /
 mount --bind "$root" "$root"
 cd "$root"
 mount -t proc proc proc
-mount -t sysfs -o ro sysfs sys
 mount -t tmpfs -o mode=0755 dev dev
 for node in null zero full random urandom tty; do
     : >"dev/$node"
     mount --bind "/dev/$node" "dev/$node"
 done
-ln -s /proc/self/fd dev/fd
 mount -t tmpfs -o mode=1777 tmp tmp
 mount -t tmpfs -o mode=0755 run run
 while [ -n "$binds" ]; do
