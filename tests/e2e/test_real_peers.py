@@ -10,8 +10,6 @@ import signal
 
 import pytest
 
-from test_daemon import start_daemon
-
 from bench import VM, wait_for
 
 BROADCASTING = "Broadcasting interface status change message"
@@ -112,8 +110,12 @@ def board(bench, tmp_path, monkeypatch):
 
 def test_daemon_with_real_syslog_multicast_and_avahi(board):
     bench = board.bench
-    res, pid = start_daemon(bench)
+    bench.timescale(20)
+    res = bench.run([], argv0="switch_daemon")
     assert (res.rc, res.out, res.err) == (0, "running as daemon\n" + STATUS, "")
+    pid_file = bench.path("/var/run/switch_daemon.pid")
+    assert wait_for(lambda: pid_file.exists() and pid_file.read_text().endswith("\n"))
+    pid = int(pid_file.read_text())
 
     def daemon_log():
         return board.messages("switch_daemon", pid)
