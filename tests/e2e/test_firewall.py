@@ -37,12 +37,10 @@ REMOTE = ["fd5a::1", "192.0.2.1", "ff02::1%peer0"]
 
 def xtables(backend):
     # Loads the ip6tables and iptables rules, lists the drops of both.
-    def tool(ip, suffix=""):
-        return f"{ip}tables-{backend}{suffix}"
-    load = [[tool("ip6", "-restore"), "--noflush", RULES / "switch_daemon.ip6tables"],
-            [tool("ip", "-restore"), "--noflush", RULES / "switch_daemon.iptables"]]
-    listing = [[tool(ip), "-L", "INPUT", "-v", "-x", "-n"] for ip in ["ip6", "ip"]]
-    return load, listing, tool("ip6")
+    load = [[f"{ip}tables-{backend}-restore", "--noflush", RULES / f"switch_daemon.{ip}tables"]
+            for ip in ["ip6", "ip"]]
+    listing = [[f"{ip}tables-{backend}", "-L", "INPUT", "-v", "-x", "-n"] for ip in ["ip6", "ip"]]
+    return load, listing, f"ip6tables-{backend}"
 
 
 # name: (commands that load the rules, commands that list them with their

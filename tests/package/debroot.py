@@ -17,7 +17,7 @@ from pathlib import Path
 CACHE = Path("/var/cache/zorvi-deb")
 SUITE = "bookworm"
 
-# Mounts the root's own /proc, /sys (read-only), a /dev with the common
+# Mounts the root's own /proc, a /dev with the common
 # nodes, tmpfs on /tmp and /run, binds the given host directories under /run,
 # and turns the root into "/" (pivot_root . . stacks the old root on the new
 # one, the lazy unmount drops it).
@@ -30,13 +30,11 @@ mount --make-rprivate /
 mount --bind "$root" "$root"
 cd "$root"
 mount -t proc proc proc
-mount -t sysfs -o ro sysfs sys
 mount -t tmpfs -o mode=0755 dev dev
 for node in null zero full random urandom tty; do
     : >"dev/$node"
     mount --bind "/dev/$node" "dev/$node"
 done
-ln -s /proc/self/fd dev/fd
 mount -t tmpfs -o mode=1777 tmp tmp
 mount -t tmpfs -o mode=0755 run run
 while [ -n "$binds" ]; do
@@ -58,16 +56,10 @@ PATH = "/usr/sbin:/usr/bin:/sbin:/bin"
 BOOKKEEPING = ("var/lib/dpkg/", "var/log/dpkg.log")
 
 
-def tarball(include=()):
-    # The cached root: minbase, plus the packages in include (a root to boot
-    # needs an init, say).
-    return CACHE / ("-".join([SUITE, "minbase", *include]) + ".tar")
-
-
-def ensure_tarball(include=()):
+def ensure_tarball():
     # Makes the cached root with debootstrap unless it is there (a minute or
     # so, from the Debian archive); concurrent callers wait for the first.
-    target = tarball(include)
+    target = CACHE / f"{SUITE}-minbase.tar"
     CACHE.mkdir(parents=True, exist_ok=True)
     with open(CACHE / "lock", "w") as lock:
         fcntl.flock(lock, fcntl.LOCK_EX)
@@ -75,9 +67,7 @@ def ensure_tarball(include=()):
             return target
         work = target.with_suffix(".tmp")
         shutil.rmtree(work, ignore_errors=True)
-        extra = [f"--include={','.join(include)}"] if include else []
-        res = subprocess.run(["debootstrap", "--variant=minbase", *extra, SUITE, str(work)],
-                             capture_output=True, text=True)
+        res = subprocess.run(["debootstrap", "--variant=minbase", SUITE, str(work)], capture_output=True, text=True)
         if res.returncode != 0:
             raise RuntimeError(f"debootstrap failed:\n{res.stdout[-3000:]}{res.stderr[-3000:]}")
         # The root installs local packages only: no package lists or caches.
@@ -93,47 +83,42 @@ def ensure_tarball(include=()):
 
 
 class DebRoot:
-    # A fresh copy of the cached root at path.
+    # A fresh copy of the cached root at path, removed at the end of a with
+    # block.
 
-    def __init__(self, path, include=(), start_services=False):
+    def __init__(self, path):
         self.path = Path(path)
         self.path.mkdir(parents=True)
-        subprocess.run(["tar", "-C", str(self.path), "--numeric-owner", "-xpf", str(ensure_tarball(include))],
-                       check=True)
-        if not start_services:
-            # As when an image is built: maintainer scripts enable services
-            # but invoke-rc.d starts none.
-            policy = self.path / "usr/sbin/policy-rc.d"
-            policy.write_text("#!/bin/sh\nexit 101\n")
-            policy.chmod(0o755)
+        subprocess.run(["tar", "-C", str(self.path), "--numeric-owner", "-xpf", str(ensure_tarball())], check=True)
+        # As when an image is built: maintainer scripts enable services but
+        # invoke-rc.d starts none.
+        policy = self.path / "usr/sbin/policy-rc.d"
+        policy.write_text("#!/bin/sh\nexit 101\n")
+        policy.chmod(0o755)
 
-    def run(self, cmd, binds=None, env=None, stdin=None, timeout=120):
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *exc):
+        shutil.rmtree(self.path)
+
+    def run(self, cmd, binds=None, env=None):
         # Runs cmd inside the root with a clean environment plus env; binds
         # maps names to host directories, seen inside as /run/NAME.
         pairs = "".join(f"{name}={host};" for name, host in (binds or {}).items())
-        inner = ["/usr/bin/env", "-i", f"PATH={PATH}", "LC_ALL=C"]
-        inner += [f"{k}={v}" for k, v in (env or {}).items()]
-        res = subprocess.run(["unshare", "--mount", "--pid", "--net", "--fork",
-                              "/bin/sh", "-c", ENTER, "sh", str(self.path), pairs] + inner + list(cmd),
-                             input=stdin, capture_output=True, text=True, timeout=timeout)
-        return res
+        inner = ["/usr/bin/env", "-i", f"PATH={PATH}", "LC_ALL=C"] + [f"{k}={v}" for k, v in (env or {}).items()]
+        enter = ["unshare", "--mount", "--pid", "--net", "--fork", "/bin/sh", "-c", ENTER, "sh", self.path, pairs]
+        return subprocess.run(enter + inner + list(cmd), capture_output=True, text=True, timeout=120)
 
     def snapshot(self):
         # {path: (kind, mode, uid, gid, size or link target)} of everything
         # in the root but dpkg's records.
         out = {}
-        for dirpath, dirnames, filenames in os.walk(self.path):
-            for name in dirnames + filenames:
-                full = os.path.join(dirpath, name)
-                rel = os.path.relpath(full, self.path)
-                if (rel + "/").startswith(BOOKKEEPING):
-                    continue
-                st = os.lstat(full)
-                if stat.S_ISLNK(st.st_mode):
-                    detail = os.readlink(full)
-                elif stat.S_ISREG(st.st_mode):
-                    detail = st.st_size
-                else:
-                    detail = None
+        for path in self.path.rglob("*"):
+            rel = str(path.relative_to(self.path))
+            if not (rel + "/").startswith(BOOKKEEPING):
+                st = path.lstat()
+                detail = os.readlink(path) if stat.S_ISLNK(st.st_mode) else None
+                detail = st.st_size if stat.S_ISREG(st.st_mode) else detail
                 out[rel] = (stat.S_IFMT(st.st_mode), stat.S_IMODE(st.st_mode), st.st_uid, st.st_gid, detail)
         return out
