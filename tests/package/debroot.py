@@ -56,10 +56,11 @@ PATH = "/usr/sbin:/usr/bin:/sbin:/bin"
 BOOKKEEPING = ("var/lib/dpkg/", "var/log/dpkg.log")
 
 
-def ensure_tarball():
-    # Makes the cached root with debootstrap unless it is there (a minute or
-    # so, from the Debian archive); concurrent callers wait for the first.
-    target = CACHE / f"{SUITE}-minbase.tar"
+def ensure_tarball(include=()):
+    # Makes the cached root, minbase plus the packages in include (a root to
+    # boot needs more), with debootstrap unless it is there (a minute or so,
+    # from the Debian archive); concurrent callers wait for the first.
+    target = CACHE / ("-".join([SUITE, "minbase", *include]) + ".tar")
     CACHE.mkdir(parents=True, exist_ok=True)
     with open(CACHE / "lock", "w") as lock:
         fcntl.flock(lock, fcntl.LOCK_EX)
@@ -67,7 +68,9 @@ def ensure_tarball():
             return target
         work = target.with_suffix(".tmp")
         shutil.rmtree(work, ignore_errors=True)
-        res = subprocess.run(["debootstrap", "--variant=minbase", SUITE, str(work)], capture_output=True, text=True)
+        extra = [f"--include={','.join(include)}"] if include else []
+        res = subprocess.run(["debootstrap", "--variant=minbase", *extra, SUITE, str(work)],
+                             capture_output=True, text=True)
         if res.returncode != 0:
             raise RuntimeError(f"debootstrap failed:\n{res.stdout[-3000:]}{res.stderr[-3000:]}")
         # The root installs local packages only: no package lists or caches.
@@ -86,10 +89,11 @@ class DebRoot:
     # A fresh copy of the cached root at path, removed at the end of a with
     # block.
 
-    def __init__(self, path):
+    def __init__(self, path, include=()):
         self.path = Path(path)
         self.path.mkdir(parents=True)
-        subprocess.run(["tar", "-C", str(self.path), "--numeric-owner", "-xpf", str(ensure_tarball())], check=True)
+        subprocess.run(["tar", "-C", str(self.path), "--numeric-owner", "-xpf", str(ensure_tarball(include))],
+                       check=True)
         # As when an image is built: maintainer scripts enable services but
         # invoke-rc.d starts none.
         policy = self.path / "usr/sbin/policy-rc.d"

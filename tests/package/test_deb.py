@@ -1,12 +1,12 @@
 # The Debian package zorvi-switch (tools/build-deb.sh builds it): its contents
 # on both architectures, and its life in a minimal Debian root: install, the
 # tool from the installed path on the simulated board, an upgrade that keeps a
-# changed configuration file, and a purge that leaves nothing behind. The init
-# script itself is tried on the simulated board and in the VM bench by the
-# end-to-end suite (test_install.py).
+# changed configuration file, and a purge that leaves nothing behind; then
+# the package's init script starts and stops the daemon in the VM bench.
 
 import os
 import re
+import shutil
 import stat
 import subprocess
 from pathlib import Path
@@ -190,3 +190,66 @@ def test_install_upgrade_purge(root, board, tmp_path):
     assert res.returncode == 0, res.stdout + res.stderr
     assert status(root) == "dpkg-query: no packages found matching zorvi-switch\n"
     assert changes(before, root.snapshot()) == {}
+
+
+# -- the daemon by the init script, in the VM bench ---------------------------------
+
+VM_TOOLS = REPO / "testbench/vm"
+
+
+def vm_kernel_module():
+    # The bench's module, built for the kernel that the VM boots.
+    if shutil.which("qemu-system-x86_64") is None:
+        pytest.skip("no qemu-system-x86_64: tools/install-deps.sh vm")
+    kernel = subprocess.run([str(VM_TOOLS / "kernel.sh")], capture_output=True, text=True)
+    if kernel.returncode != 0:
+        pytest.skip(f"no kernel for the VM bench: {kernel.stderr.strip()}")
+    release = Path(kernel.stdout.strip()).name
+    out = REPO / "build-vm" / f"module-{release}"
+    subprocess.run(["make", "-s", "-C", str(VM_TOOLS / "module"), f"KREL={release}", f"OUT={out}"],
+                   check=True, capture_output=True)
+    return out / "zorvi_chip.ko"
+
+
+def test_init_script_starts_and_stops_the_daemon_in_the_vm(tmp_path):
+    if os.geteuid() != 0:
+        pytest.skip("the VM bench and the root's namespaces need root")
+    if not BENCH_DIR.is_relative_to(REPO):
+        pytest.skip(f"the guest sees this tree only, not {BENCH_DIR}")
+    module = vm_kernel_module()
+    # ip for the loopback interface and the multicast route, insmod.
+    with DebRoot(tmp_path / "root", include=("iproute2", "kmod")) as root:
+        install(root, deb("amd64"))
+        # The bench mounts the booted kernel's modules there, as a board's
+        # kernel package would have made it.
+        (root.path / "usr/lib/modules").mkdir(exist_ok=True)
+        guest = "/run/zorvi-tree"
+        cmd = (f"sh {guest}/tests/package/daemon-by-init-script.sh "
+               f"{guest}/{BENCH_DIR.relative_to(REPO)} {guest}/{module.relative_to(REPO)}")
+        res = subprocess.run([str(VM_TOOLS / "boot.sh"), "--root", str(root.path), "--timeout", "300", "--", cmd],
+                             cwd=REPO, capture_output=True, text=True, timeout=400)
+    # Kernel messages on the console are no part of the run.
+    out = "".join(line for line in res.stdout.splitlines(True) if not re.match(r"\[ *[0-9.]+\]", line))
+    assert res.returncode == 0, out + res.stderr
+    seen, _, events = out.partition("== events\n")
+    pid = re.search(r"started \(pid (\d+)\)", seen)
+    assert pid, seen
+    pid = pid.group(1)
+    assert seen == ("== start\n"
+                    "Starting switch_daemon\n"
+                    "running as daemon\n" + NAND_STATUS +
+                    f"switch_daemon started (pid {pid})\n"
+                    "exit 0\n"
+                    "pid file 644 root:root, exe /usr/sbin/switch_config\n"
+                    "== stop\n"
+                    f"Stopping switch_daemon (pid {pid})\n"
+                    "switch_daemon stopped\n"
+                    "exit 0\n"
+                    "switch_daemon is not running\n"
+                    "exit 3\n"
+                    f"pid file {pid}\n")
+    # The monitor read the link registers through the kernel's spidev, and
+    # logged the change through the root's /dev/log.
+    lines = events.splitlines()
+    assert any(line.startswith(f"xfer {pid} R ") for line in lines), events
+    assert f"syslog {pid} 6 port1_link DOWN port2_link UP" in lines, events
