@@ -1,12 +1,11 @@
-"""The console's line editor: its echo of each key, byte for byte, and each
-echo shown as its key comes."""
+# The console's line editor: its echo of each key, byte for byte, and each
+# echo shown as its key comes.
 import pytest
 
-from console_util import CONSOLE_END, CONSOLE_PREAMBLE, LiveConsole, command_xfers, console_session
+from console_util import CONSOLE_END, CONSOLE_PREAMBLE, RRB_USAGE, LiveConsole, command_xfers, console_session
 
 ERASE = b"\b \b"
 CTRL_W = b"readline: case 0x17\n"
-RRB_USAGE = "Usage: rrb        <RegNum>                -- register read in byte\n\n"
 
 
 # Each case ends with Ctrl-C, which adds nothing to the screen.
@@ -18,7 +17,6 @@ RRB_USAGE = "Usage: rrb        <RegNum>                -- register read in byte\
     # Deleting a tab erases back to the prompt and retypes up to the tab.
     (b"ab\t\x08", b"ab    " + ERASE * 6 + b"ab"),
     (b"\ta\t\x7f", b" " * 6 + b"a" + b" " * 7 + ERASE * 14 + b" " * 6 + b"a"),
-    (b"ab\x7f\x08\x08\x08", b"ab" + ERASE * 2),
     (b"a\x01\x08", b"a\x01" + ERASE),
     (b"\xff\x1b", b"\xff\x1b"),
     (b"a\tb\x15", b"a" + b" " * 5 + b"b" + ERASE * 7),
