@@ -2,12 +2,11 @@
 # that the console shares.
 import subprocess
 
-CONSOLE_PREAMBLE = (
-    "going to open input file /dev/spidev0.0\n"
-    "Switch SPI read selftest OK.\n"
-    "Switch SPI write/read selftest OK.\n"
-    "KSZ8895 CLI Function version  1.0.2 .\n"
-)
+OPEN_LINE = "going to open input file /dev/spidev0.0\n"
+READ_OK = "Switch SPI read selftest OK.\n"
+WRITE_OK = "Switch SPI write/read selftest OK.\n"
+CONSOLE_PREAMBLE = OPEN_LINE + READ_OK + WRITE_OK + "KSZ8895 CLI Function version  1.0.2 .\n"
+VALID = "valid device ID!\n"
 CONSOLE_END = "exit cli function.\n"
 # Transfers a console makes before its first command: the self-test (767)
 # and the device id check (1).

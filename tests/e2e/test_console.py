@@ -3,12 +3,9 @@
 # and the unsupported word/dword commands.
 import pytest
 
-from console_util import CONSOLE_END, CONSOLE_PREAMBLE, EIO, NO_DEVICE, command_xfers, console_session
+from console_util import (CONSOLE_END, CONSOLE_PREAMBLE, EIO, NO_DEVICE, OPEN_LINE, READ_OK, VALID, WRITE_OK,
+                          command_xfers, console_session)
 
-OPEN_LINE = "going to open input file /dev/spidev0.0\n"
-READ_OK = "Switch SPI read selftest OK.\n"
-WRITE_OK = "Switch SPI write/read selftest OK.\n"
-VALID = "valid device ID!\n"
 WRITE_ERR = "can't write spi message"
 FAIL = "SPI interface selftest fail!\n"
 EINVAL = "Invalid argument"

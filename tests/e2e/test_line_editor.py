@@ -2,7 +2,8 @@
 # echo shown as its key comes.
 import pytest
 
-from console_util import CONSOLE_END, CONSOLE_PREAMBLE, RRB_USAGE, LiveConsole, command_xfers, console_session
+from console_util import (CONSOLE_END, CONSOLE_PREAMBLE, RRB_USAGE, VALID, LiveConsole, command_xfers,
+                          console_session)
 
 ERASE = b"\b \b"
 CTRL_W = b"readline: case 0x17\n"
@@ -30,7 +31,7 @@ CTRL_W = b"readline: case 0x17\n"
 ])
 def test_echo_of_editing_keys(bench, keys, shown):
     res = bench.run(["-C"], stdin=keys + b"\x03")
-    assert (res.rc, res.err) == (0, "valid device ID!\n")
+    assert (res.rc, res.err) == (0, VALID)
     assert res.out_bytes == CONSOLE_PREAMBLE.encode() + b"=>" + shown + CONSOLE_END.encode()
     assert command_xfers(bench) == []
 
