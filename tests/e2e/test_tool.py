@@ -71,11 +71,6 @@ def test_status_line(request, board, setup, line, regs):
     assert [x[:2] for x in bench.xfers()] == [("R", r) for r in [0] + regs]
 
 
-def test_status_line_names_a_running_daemon(bench):
-    daemon = start_named(bench, "/usr/sbin/switch_daemon")
-    assert bench.run([]).out == NAND + f"MANAGED port1_link UP port2_link UP daemon {daemon.nspid}\n"
-
-
 # --- board identification ------------------------------------------------
 
 @pytest.mark.parametrize("cpuinfo,board", [
@@ -127,34 +122,30 @@ def test_device_alone_gives_usage_with_that_device(bench):
           argv0="/usr/sbin/switch_config")
 
 
-def test_another_instance_refuses_the_action(bench):
+# The process scan: the tool's own name refuses every action, the daemon's
+# shows in the status line; the needle is the whole argv[0].
+def test_process_scan(bench):
     other = start_named(bench, "switch_config")
     check(bench, ["-r", "0"], 255, f"switch_config is already running with PID {other.nspid}\n")
     assert not os.path.exists(bench.path(PID_FILE))
     assert bench.xfers() == []
-
-
-def test_needle_is_the_whole_argv0(bench):
     # A tool started by its full path does not match a process started as
     # switch_config, while one named by the short name matches a longer one.
-    start_named(bench, "switch_config")
+    bench.path(PID_FILE).write_text("99999\nold text that must go\n")
     assert bench.run(["-r", "0"], argv0="/usr/bin/switch_config").rc == 0
+    assert bench.path(PID_FILE).read_text() == f"{bench.xfer_events()[0].pid}\n"
     # The needle only in a later argument (an editor's file) does not count.
     editor = bench.spawn(["-c", "sleep 60; :", "switch_daemon"], argv0="sh", prog="/bin/sh")
     assert bench.wait_for(lambda: editor.nspid in bench.ns_pids("sh"))
     assert bench.run([], argv0="/usr/bin/switch_config").out.endswith(" daemon NONE\n")
+    daemon = start_named(bench, "/usr/sbin/switch_daemon")
+    assert bench.run([], argv0="/usr/bin/switch_config").out == NAND + (
+        f"MANAGED port1_link UP port2_link UP daemon {daemon.nspid}\n")
     # An exec with an empty argument vector gives an empty name, which every
     # command line holds: the first by path text, pid 1, counts.
     exec_empty = "import ctypes, sys; ctypes.CDLL(None).execv(sys.argv[1].encode(), (ctypes.c_char_p * 1)())"
     check(bench, ["-c", exec_empty, bench.prog], 255, " is already running with PID 1\n", argv0="python3",
           prog="/usr/bin/python3")
-
-
-def test_pid_file_holds_the_tool_pid(bench):
-    path = bench.path(PID_FILE)
-    path.write_text("99999\nold text that must go\n")
-    bench.run(["-r", "0"])
-    assert path.read_text() == f"{bench.xfer_events()[0].pid}\n"
 
 
 def test_pid_file_that_cannot_be_created(bench):
