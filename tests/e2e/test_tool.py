@@ -177,8 +177,8 @@ def test_pid_file_that_cannot_be_created(bench):
     ([], "-w 5", 0, "write error: value is missing\n", "", []),
     ([], "-v 5", 0, "write error: offset is missing\n", "", []),
     ([("fault", "xfer")], "-w 7 -v 1", 0, "writing 0x1 in 0x7\n", EIO, []),
-    ([("fault", "xfer-from=3")], "-d", 0, dump_text([0x95, 0x61] + [0xFF] * 254), EIO * 254,
-     [("R", 0, 0x95), ("R", 1, 0x61)]),
+    pytest.param([("fault", "xfer-from=3")], "-d", 0, dump_text([0x95, 0x61] + [0xFF] * 254), EIO * 254,
+                 [("R", 0, 0x95), ("R", 1, 0x61)], id="dump-of-failed-reads"),
     # The traffic gates: closing either also clears bit 7 of register 4.
     ([("poke", 49, 0x41)], "-1 1", 0, "", "", [("R", 49, 0x41), ("W", 49, 0x5B)]),
     ([("poke", 49, 0xFF), ("poke", 4, 0x81)], "-1 2", 0, "", "",
