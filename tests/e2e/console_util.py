@@ -15,7 +15,6 @@ EIO = "can't send spi message: Input/output error\n"
 # The tool's own set-up on a device that is not there.
 NO_DEVICE = ("can't open device: No such file or directory\ncan't set spi mode: Bad file descriptor\n"
              "can't set bits per word: Bad file descriptor\ncan't set max speed hz: Bad file descriptor\n")
-RRB_USAGE = "Usage: rrb        <RegNum>                -- register read in byte\n\n"
 
 
 # Runs `switch_config -C` with the lines as input (each ended by a newline,

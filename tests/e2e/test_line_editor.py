@@ -2,11 +2,11 @@
 # echo shown as its key comes.
 import pytest
 
-from console_util import (CONSOLE_END, CONSOLE_PREAMBLE, RRB_USAGE, VALID, LiveConsole, command_xfers,
-                          console_session)
+from console_util import CONSOLE_END, CONSOLE_PREAMBLE, VALID, LiveConsole, command_xfers, console_session
 
 ERASE = b"\b \b"
 CTRL_W = b"readline: case 0x17\n"
+RRB_USAGE = "Usage: rrb        <RegNum>                -- register read in byte\n\n"
 
 
 # Each case ends with Ctrl-C, which adds nothing to the screen.

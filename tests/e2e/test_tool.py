@@ -154,7 +154,7 @@ def test_pid_file_that_cannot_be_created(bench):
     assert bench.xfers() == []
 
 
-# --- register read and write -------------------------------------------
+# --- single runs: register read and write, set-up failures, gates -----------
 
 # One run of the tool on a chip set up through the bench: exit status, output,
 # error and transfers.
