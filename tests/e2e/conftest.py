@@ -35,13 +35,12 @@ def _bench(tmp_path, board):
         b.close()
 
 
+# A fresh simulated board, NAND (KSZ8864) or NOR (KSZ8893), with its own namespace.
 @pytest.fixture
 def bench(tmp_path):
-    """A fresh simulated NAND board (KSZ8864) with its own namespace."""
     yield from _bench(tmp_path, "nand")
 
 
 @pytest.fixture
 def bench_nor(tmp_path):
-    """A fresh simulated NOR board (KSZ8893) with its own namespace."""
     yield from _bench(tmp_path, "nor")

@@ -1,8 +1,8 @@
-"""The console's line editor: its echo of each key, byte for byte, and each
-echo shown as its key comes."""
+# The console's line editor: its echo of each key, byte for byte, and each
+# echo shown as its key comes.
 import pytest
 
-from console_util import CONSOLE_END, CONSOLE_PREAMBLE, LiveConsole, command_xfers, console_session
+from console_util import CONSOLE_END, CONSOLE_PREAMBLE, VALID, LiveConsole, command_xfers, console_session
 
 ERASE = b"\b \b"
 CTRL_W = b"readline: case 0x17\n"
@@ -13,12 +13,9 @@ RRB_USAGE = "Usage: rrb        <RegNum>                -- register read in byte\
 @pytest.mark.parametrize("keys,shown", [
     # Tabs stop every 8 columns; the prompt takes columns 0 and 1.
     (b"\tx", b"  " * 3 + b"x"),
-    (b"abcde\t", b"abcde "),
     (b"abcdef\t", b"abcdef" + b" " * 8),
     # Deleting a tab erases back to the prompt and retypes up to the tab.
-    (b"ab\t\x08", b"ab    " + ERASE * 6 + b"ab"),
     (b"\ta\t\x7f", b" " * 6 + b"a" + b" " * 7 + ERASE * 14 + b" " * 6 + b"a"),
-    (b"ab\x7f\x08\x08\x08", b"ab" + ERASE * 2),
     (b"a\x01\x08", b"a\x01" + ERASE),
     (b"\xff\x1b", b"\xff\x1b"),
     (b"a\tb\x15", b"a" + b" " * 5 + b"b" + ERASE * 7),
@@ -34,7 +31,7 @@ RRB_USAGE = "Usage: rrb        <RegNum>                -- register read in byte\
 ])
 def test_echo_of_editing_keys(bench, keys, shown):
     res = bench.run(["-C"], stdin=keys + b"\x03")
-    assert (res.rc, res.err) == (0, "valid device ID!\n")
+    assert (res.rc, res.err) == (0, VALID)
     assert res.out_bytes == CONSOLE_PREAMBLE.encode() + b"=>" + shown + CONSOLE_END.encode()
     assert command_xfers(bench) == []
 
