@@ -54,13 +54,6 @@ TEST(Options, FlagsAndFields) {
     }
 }
 
-TEST(Options, DeviceAndConfigTakeTheArgument) {
-    parse("--device=/dev/x -c a --config b stray");
-    EXPECT_EQ(tool_state.action_flags, ACT_CONFIG);
-    EXPECT_STREQ(tool_state.spi_device, "/dev/x");
-    EXPECT_STREQ(tool_state.config_path, "b");
-}
-
 TEST(RegisterFile, Lines) {
     unsigned base = 0;
     unsigned v[16] = {};
