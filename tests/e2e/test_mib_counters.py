@@ -70,7 +70,8 @@ def test_counts_add_up_over_reads(bench):
     bench.mib(1, 2, 0x3FFFFFFF)
     bench.dropped(0x101, 0xFFF0)
     bench.dropped(0x106, 7)
-    assert command("showmib 2") == echo("showmib 2") + display(2, [{0: 100, 1: 0x40000005, 2: 0x3FFFFFFF, "tx": 0xFFF0, "rx": 7}])
+    assert command("showmib 2") == echo("showmib 2") + display(
+        2, [{0: 100, 1: 0x40000005, 2: 0x3FFFFFFF, "tx": 0xFFF0, "rx": 7}])
     bench.mib(1, 0, 23)
     bench.mib(1, 1, 0x3FFFFFFB, overflow=True)  # the sum passes bit 31: shown negative
     bench.mib(1, 2, 1)
