@@ -27,7 +27,8 @@ def test_rateinfo_shows_port_indices_1_to_4(bench):
         219: 0xE4, 220: 0xF4, 221: 0xE5, 222: 0xF2, 235: 0xF3, 247: 0x81, 248: 0x81, 249: 0x81, 250: 0x81,
         230: 0xFF}
     regs = [16 * i + off for i in range(5) for off in [o for q in range(4) for o in (187 + q, 183 + q)] + [182]]
-    rows = [(f"Rate Limit transmit rate (Q{q})", [0, [102400, 0, 64, 896][q], 960 if q == 0 else 0, 0]) for q in range(4)]
+    rows = [(f"Rate Limit transmit rate (Q{q})", [0, [102400, 0, 64, 896][q], 960 if q == 0 else 0, 0])
+            for q in range(4)]
     rows += [(f"Rate Limit receive rate  (Q{q})", [0, 0, 0, 1024]) for q in range(4)]
     rows += [(f"Rate Limit transmit      (Q{q})", [OFF, ON, ON if q == 0 else OFF, OFF]) for q in range(4)]
     rows += [(f"Rate Limit receive       (Q{q})", [OFF, OFF, OFF, ON]) for q in range(4)]
