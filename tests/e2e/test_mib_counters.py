@@ -15,9 +15,9 @@ ROWS += [(23, "TxPausePkts"), (24, "TxBroadcastPkts"), (25, "TxMulticastPkts"),
          (31, "TxMultiCollision"), ("rx", "RxDroppedPackets"), ("tx", "TxDroppedPackets")]
 
 
+# showmib's output for a heading and one {counter or 'rx'/'tx': value} per
+# column; the messages of the reads come before the rows.
 def display(heading, columns, messages=""):
-    """showmib's output for a heading and one {counter or 'rx'/'tx': value} per
-    column; the messages of the reads come before the rows."""
     text = f"\n                 Port:        {heading}\n\n" + messages
     for key, name in ROWS:
         text += "\n" if key == "rx" else ""
@@ -25,8 +25,8 @@ def display(heading, columns, messages=""):
     return text
 
 
+# Table addresses of the read actions (control 110, then address 111).
 def table_reads(xfers):
-    """Table addresses of the read actions (control 110, then address 111)."""
     return [((c & 3) << 8) | a for (_, r1, c), (_, r2, a) in zip(xfers, xfers[1:]) if (r1, r2) == (110, 111)]
 
 

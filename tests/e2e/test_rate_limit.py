@@ -11,8 +11,8 @@ MODE_ERROR = "error: incorrect Ingress limit mode ({}) to set! \n"
 ON, OFF = "enable", "disable"
 
 
+# A line of rateinfo: the label, then each port's cell right-aligned in 12 columns.
 def row(label, cells):
-    """A line of rateinfo: the label, then each port's cell right-aligned in 12 columns."""
     return f"{label:<30}:" + "".join(f"{c:>9}   " for c in cells) + " \n"
 
 

@@ -7,9 +7,9 @@ HEAD = "Entry  Status    VID    FID  Port(1 2 3 4 )  \n"
 ROW_REGS = {0: [120, 119], 1: [119, 118, 117], 2: [117, 116], 3: [116, 115, 114]}
 
 
+# The 18 transfers of one row write, read values left out, written data
+# values too.
 def row_write(vid):
-    """The 18 transfers of one row write, read values left out, written data
-    values too."""
     ctl, addr = (vid >> 10) & 3, (vid >> 2) & 0xFF
     return [("W", 110, 0x14 | ctl), ("W", 111, addr)] + [("R", r) for r in range(114, 121)] + [
         ("W", r) for r in range(114, 121)] + [("W", 110, 0x04 | ctl), ("W", 111, addr)]
