@@ -6,7 +6,7 @@
 #include <getopt.h>
 #include <gtest/gtest.h>
 
-#include <sstream>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -15,14 +15,12 @@ namespace {
 // Runs the option parser on a fresh ToolState with the blank-separated words;
 // the parser keeps pointers into them, so they live on to the next call.
 void parse(const char *line) {
-    static std::vector<std::string> words;
-    words.assign({"switch_config"});
-    std::istringstream in(line);
-    for (std::string word; in >> word;)
-        words.push_back(word);
-    std::vector<char *> argv;
-    for (std::string &word : words)
-        argv.push_back(word.data());
+    static std::string text;
+    text = line;
+    std::vector<char *> argv{const_cast<char *>("switch_config")};
+    for (char *word = std::strtok(text.data(), " "); word != nullptr;
+         word = std::strtok(nullptr, " "))
+        argv.push_back(word);
     argv.push_back(nullptr);
     tool_state = ToolState{};
     optind = 0; // restart getopt's scan
