@@ -2,7 +2,7 @@
 802.1Q, and the vlaninfo display."""
 import pytest
 
-from console_util import check_command, rmw
+from console_util import check_command, console_session, prepare, rmw
 
 
 def test_vlaninfo_shows_port_indices_1_to_4(bench):
@@ -21,6 +21,8 @@ def test_vlaninfo_shows_port_indices_1_to_4(bench):
         "VLAN ingress filter  :   enable     disable     disable     disable    \n"
         "VLAN discard PVID    :  disable     disable      enable     disable    \n"
         "VLAN 802.1Q          :   enable\n"), [("R", r, pokes.get(r, 0)) for r in regs], pokes)
+    prepare(bench, {5: 0x7F})
+    assert console_session(bench, "vlaninfo").outputs[0].endswith("VLAN 802.1Q          :  disable\n")
 
 
 # Each line: the register values before, the transfers, what it prints after

@@ -51,6 +51,7 @@ REFUSED = [
     ("rateconftx 1 63", RATE_ERROR.format(63)),
     ("rateconftx 1 102401 0", RATE_ERROR.format(102401)),
     ("ratetx 7 0 9", QUEUE_ERROR.format(9)),
+    ("raterx 7 0 1", PORT_ERROR.format(7)),
     ("ratetx 1 1 9", ""),
     ("raterxflow 6 1", PORT_ERROR.format(6)),
     ("ratemode 256 4", PORT_ERROR.format(256)),

@@ -45,7 +45,7 @@ INSTANTIATE_TEST_SUITE_P(
                       // tokens past the limit included.
                       TokenCase{" 1 2 3 4", 2, {"1", "2 3 4"}}, TokenCase{"\t5\t6", 2, {"5", "6"}},
                       // A line end ends the last token and the line.
-                      TokenCase{" 10\r\n20", 2, {"10"}},
+                      TokenCase{" 10\r\n20", 2, {"10"}}, TokenCase{" 10\n20", 2, {"10"}},
                       // Token characters stay inside a token; others cut it.
                       TokenCase{" a|b_c?d*e-f.g/h:i j", 2, {"a|b_c?d*e-f.g/h:i", "j"}},
                       TokenCase{" 1=2;3", 3, {"1", "2", "3"}},
