@@ -8,8 +8,8 @@ MAC = "0a:0b:0c:0d:0e:0f"
 DYN_HEAD = "Entry  MAC                 FID  Port(1 2 3 4 ) AgingTime \n"
 
 
+# Transfers of reading static rows: control, row, registers 113 to 120.
 def row_reads(rows):
-    """Transfers of reading static rows: control, row, registers 113 to 120."""
     return [x for r in rows for x in [("W", 110, 0x10), ("W", 111, r)] + [("R", g) for g in range(113, 121)]]
 
 

