@@ -19,9 +19,8 @@ PYTHON = sys.executable
 DATAGRAM = b"switch_daemon\0"
 DAEMON_PID_FILE = "/var/run/switch_daemon.pid"
 SPIDEV = "/dev/spidev0.0"
-# The address services: pid file and signal.
-SERVICES = {"avahi-autoipd": ("/var/run/avahi-autoipd.eth0.pid", "SIGHUP"),
-            "avahi-daemon": ("/var/run/avahi-daemon/pid", "SIGUSR2")}
+# The address services and their pid files.
+SERVICES = {"avahi-autoipd": "/var/run/avahi-autoipd.eth0.pid", "avahi-daemon": "/var/run/avahi-daemon/pid"}
 
 ERR, INFO = 3, 6
 BROADCASTING = (INFO, "Broadcasting interface status change message")
@@ -159,7 +158,7 @@ def start_services(bench, tmp_path):
     # Both address services as signal recorders, with their pid files.
     services = [Helper(bench, tmp_path / f"{name}.signals", name, HELPERS / "signal_recorder.py")
                 for name in SERVICES]
-    for service, (pid_file, _) in zip(services, SERVICES.values()):
+    for service, pid_file in zip(services, SERVICES.values()):
         bench.path(pid_file).write_text(f"{service.pid}\n")
     return services
 
@@ -193,7 +192,7 @@ def net(bench):
     return bench
 
 
-# -- start-up ----------------------------------------------------------------------
+# -- start-up, link changes, early ends ----------------------------------------------
 
 
 def test_start_up_link_changes_and_the_suppression_file(net, tmp_path):
@@ -310,6 +309,9 @@ def test_daemon_ends_after_detaching(bench, tmp_path, network, first_error):
     assert bench.sleeps(child) == ([] if first_error is None or not bench.sees_calls else [3000000])
 
 
+# -- notifications and the refresh of the address services ----------------------------
+
+
 # Each case ends with a notification, so the receive thread is shown to go on;
 # `count` is how many of the datagrams are taken as notifications, which give
 # one refresh, in the fifth pass after the one that consumed the last. Sent
@@ -348,13 +350,13 @@ def test_notification_refreshes_five_polls_later(net, payloads, count, spaced):
         assert polls == (6 if tl[mark + 1] == ("sleep", POLL_US) or is_poll(tl[mark + 1]) else 5), tl[mark:]
 
 
-# Each pid file that names no live process (missing, empty so 0, a pid that is
-# gone, one past the range of pid_t whose low 32 bits name the service) fails
-# for its service alone. "{pid}" is the service's own pid.
+# Each pid file that names no live process (missing, empty so 0, a pid no
+# process has, one past the range of pid_t whose low 32 bits name the service)
+# fails for its service alone. "{pid}" is the service's own pid.
 @pytest.mark.parametrize("texts", [(None, "30000\n"), ("", "{pid}\n"), ("{pid}\n", "{past_int}\n")])
 def test_pid_files(net, tmp_path, texts):
     expected = []
-    for service, (name, (path, _)), text in zip(start_services(net, tmp_path), SERVICES.items(), texts):
+    for service, (name, path), text in zip(start_services(net, tmp_path), SERVICES.items(), texts):
         if text is None:
             net.path(path).unlink()
         else:
