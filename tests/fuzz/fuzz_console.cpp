@@ -50,10 +50,9 @@ void check_tokens(const char *line) {
     char *rest = word + std::strcspn(word, " \t");
     const std::string_view command(word, static_cast<std::size_t>(rest - word));
     std::uint16_t limit = LARGEST_LIMIT;
-    for (const CliCommand &row : cli_command_table) {
+    for (const CliCommand &row : cli_command_table)
         if (row.name != nullptr && command == row.name)
             limit = row.max_args;
-    }
 
     std::uint16_t argc = 0;
     char *argv[CLI_MAX_TOKENS] = {};

@@ -105,14 +105,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     FUZZ_CHECK(leaves_ran <= 1 && (!usage_ran || spi_log.empty()));
     if ((std::popcount(flags) > 1 && flags != (ACT_WRITE | ACT_VALUE)) || (flags == 0 && argc != 1))
         FUZZ_CHECK(usage_ran);
-    if (flags == ACT_READ || flags == (ACT_WRITE | ACT_VALUE)) {
-        FUZZ_CHECK(spi_log.size() == 1);
-        if (flags == ACT_READ)
-            FUZZ_CHECK(!spi_log[0].write && spi_log[0].reg == tool_state.read_addr);
-        else
-            FUZZ_CHECK(spi_log[0].write && spi_log[0].reg == tool_state.write_addr &&
-                       spi_log[0].value == tool_state.value);
-    }
+    if (flags == ACT_READ)
+        FUZZ_CHECK(spi_log.size() == 1 && !spi_log[0].write &&
+                   spi_log[0].reg == tool_state.read_addr);
+    if (flags == (ACT_WRITE | ACT_VALUE))
+        FUZZ_CHECK(spi_log.size() == 1 && spi_log[0].write &&
+                   spi_log[0].reg == tool_state.write_addr && spi_log[0].value == tool_state.value);
     for (char *argument : arguments)
         std::free(argument);
     return 0;

@@ -40,18 +40,15 @@ int transfer(SpiPath path, const spi_ioc_transfer &t) {
         FUZZ_CHECK(rx == nullptr && t.bits_per_word == 0);
     else
         FUZZ_CHECK(rx != nullptr && t.bits_per_word == 8);
-    SpiAccess access{write, tx[1], tx[2]};
-    if (write) {
-        zb::chip_spi_write(chip, access.reg, access.value);
-    } else {
-        FUZZ_CHECK(tx[2] == 0xFF);
-        access.value = zb::chip_spi_read(chip, access.reg);
-    }
+    FUZZ_CHECK(write || tx[2] == 0xFF);
+    if (write)
+        zb::chip_spi_write(chip, tx[1], tx[2]);
+    const std::uint8_t value = write ? tx[2] : zb::chip_spi_read(chip, tx[1]);
     if (rx != nullptr) {
         rx[0] = rx[1] = 0xFF;
-        rx[2] = write ? 0xFF : access.value;
+        rx[2] = write ? 0xFF : value;
     }
-    spi_log.push_back(access);
+    spi_log.push_back({write, tx[1], value});
     return 3;
 }
 

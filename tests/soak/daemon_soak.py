@@ -37,6 +37,9 @@ GUARD_GOOD, GUARD_BAD = 0x61, 0x51
 SERVICES = {"avahi-autoipd": "/var/run/avahi-autoipd.eth0.pid", "avahi-daemon": "/var/run/avahi-daemon/pid"}
 CHECKS = 3  # link changes checked per round
 RSS_SLACK_KB = 64  # VmRSS spread allowed after the first round
+# What goes wrong for a moment: the bench commands that break it and heal it.
+MOMENTS = {"guard failures": (("poke", 1, GUARD_BAD), ("poke", 1, GUARD_GOOD)),
+           "spi faults": (("fault", "xfer"), ("fault", "clear"))}
 
 # Reads "COUNT" lines on stdin and sends COUNT datagrams of mixed content to
 # the notification group for each.
@@ -94,16 +97,12 @@ def chaos(bench, rng, links, sender, actions, seconds):
             links[port - 1] = rng.random() < 0.5
             bench.link(port, links[port - 1])
             actions["link flaps"] += 1
-        elif what < 0.55:
-            bench.poke(1, GUARD_BAD)
-            time.sleep(rng.uniform(0, 0.01))
-            bench.poke(1, GUARD_GOOD)
-            actions["guard failures"] += 1
         elif what < 0.70:
-            bench.fault("xfer")
+            kind = "guard failures" if what < 0.55 else "spi faults"
+            bench.ctl(*MOMENTS[kind][0])
             time.sleep(rng.uniform(0, 0.01))
-            bench.clear_faults()
-            actions["spi faults"] += 1
+            bench.ctl(*MOMENTS[kind][1])
+            actions[kind] += 1
         else:
             count = rng.randint(1, 50)
             actions["datagrams"] += count
@@ -151,25 +150,22 @@ def soak(bench, args, rng, workdir):
     pid, sender = start(bench, workdir, args.scale)
     start_xfers = transfers(bench)
     links = [True, True]
-    actions = {"link flaps": 0, "guard failures": 0, "spi faults": 0, "datagrams": 0}
+    actions = dict.fromkeys(["link flaps", *MOMENTS, "datagrams"], 0)
     bench.log(False)
     bench.clear_events()
     samples = []  # (passes, rss_kb, fds)
     while len(samples) < 3 or samples[-1][0] < args.passes:
         chaos(bench, rng, links, sender, actions, args.round_seconds)
-        if pid not in bench.ns_pids("switch_daemon"):
-            sys.exit("the daemon died")
-        for _ in range(CHECKS):
-            check_change(bench, rng, links, pid)
         # A pass makes three transfers at most (one with a bad guard), so
         # this is a lower bound.
         samples.append(((transfers(bench) - start_xfers) // 3,) + sample(bench, pid))
         print("round {}: {} passes, VmRSS {} kB, {} descriptors".format(len(samples), *samples[-1]), flush=True)
+        for _ in range(CHECKS):
+            check_change(bench, rng, links, pid)
 
     # The first round warms up (stdio buffers, the thread's stack, the
     # resolver); from then on nothing may grow.
-    rss = [s[1] for s in samples[1:]]
-    fds = [s[2] for s in samples[1:]]
+    _, rss, fds = zip(*samples[1:])
     print(f"{len(samples)} rounds, {samples[-1][0]} passes at least, {len(samples) * CHECKS} changes "
           f"checked; VmRSS {min(rss)}..{max(rss)} kB, descriptors {sorted(set(fds))}")
     print("trouble made: " + ", ".join(f"{n} {what}" for what, n in actions.items()))
