@@ -151,7 +151,6 @@ def test_install_upgrade_purge(root, board, tmp_path):
     expected.update({d + "/": 0o755 for d in NEW_DIRS}, **ENABLED)
     # The installed tool on the simulated board, which keeps its files in the
     # bench's sandbox (the VM test below starts the daemon).
-    board.clear_events()
     res = root.run(["/usr/sbin/switch_config", "-w", "0x10", "-v", "5"],
                    binds={"bench": BENCH_DIR, "sandbox": board.sb},
                    env={"LD_PRELOAD": "/run/bench/libzorvibench.so", "ZORVI_SANDBOX": "/run/sandbox"})
