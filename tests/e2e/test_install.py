@@ -15,11 +15,10 @@ import pytest
 
 from bench import BUILD, REPO
 from console_util import console_session
+from test_daemon import DAEMON_PID_FILE, RUNNING
 
 INIT_SCRIPT = "S60switch_daemon"
-DAEMON_PID_FILE = "/var/run/switch_daemon.pid"
 UNIT = "lib/systemd/system/switch_daemon.service"
-NAND_STATUS = "Zorvi HPB-NAND KSZ8864 MANAGED port1_link UP port2_link UP daemon NONE\n"
 
 
 def install(prefix, destdir=None):
@@ -47,27 +46,21 @@ PREFIX_FILES = {"sbin/switch_config": 0o755, "sbin/switch_daemon": "switch_confi
 ETC_FILES = {f"init.d/{INIT_SCRIPT}": 0o755, "default/switch_daemon": 0o644}
 
 
-# The configuration of the prefix /usr lives in /etc; prefix None: an install
-# without DESTDIR, to a prefix of the test's own.
-@pytest.mark.parametrize("prefix,etc", [("/usr", "etc"), ("/usr/local", "usr/local/etc"), (None, "etc")])
+# The configuration of the prefix /usr lives in /etc.
+@pytest.mark.parametrize("prefix,etc", [("/usr", "etc"), ("/usr/local", "usr/local/etc")])
 def test_install_lays_out_the_tree(tmp_path, prefix, etc):
-    if prefix is None:
-        prefix = str(tmp_path / "prefix")
-        install(prefix)
-        root, p, conf = Path(prefix), "", f"{prefix}/etc"
-    else:
-        root, p, conf = install(prefix, destdir=tmp_path / "stage"), prefix.lstrip("/"), "/" + etc
-    assert tree(root) == ({str(Path(p, path)): mode for path, mode in PREFIX_FILES.items()}
+    root = install(prefix, destdir=tmp_path / "stage")
+    assert tree(root) == ({str(Path(prefix[1:], path)): mode for path, mode in PREFIX_FILES.items()}
                           | {f"{etc}/{path}": mode for path, mode in ETC_FILES.items()})
     # The scripts name the installed paths, not the staging directory.
     script = (root / etc / "init.d" / INIT_SCRIPT).read_text()
-    unit = (root / p / UNIT).read_text()
+    unit = (root / prefix[1:] / UNIT).read_text()
     assert f"DAEMON={prefix}/sbin/switch_daemon\n" in script
-    assert f". {conf}/default/switch_daemon\n" in script
+    assert f". /{etc}/default/switch_daemon\n" in script
     assert f"ExecStart={prefix}/sbin/switch_daemon -D ${{SWITCH_DAEMON_DEVICE}}\n" in unit
-    assert f"EnvironmentFile=-{conf}/default/switch_daemon\n" in unit
+    assert f"EnvironmentFile=-/{etc}/default/switch_daemon\n" in unit
     assert f"ExecStartPre=+systemd-tmpfiles --create {prefix}/lib/tmpfiles.d/switch_daemon.conf\n" in unit
-    assert p == "" or str(tmp_path) not in script + unit
+    assert str(tmp_path) not in script + unit
 
 
 def test_buildroot_package_writes_the_start_scripts_as_cmake_does(tmp_path):
@@ -89,18 +82,17 @@ def test_buildroot_package_writes_the_start_scripts_as_cmake_does(tmp_path):
 
 @pytest.mark.skipif(shutil.which("man") is None, reason="man-db is not installed")
 @pytest.mark.parametrize("name", ["switch_config", "switch_daemon"])
-def test_man_page_renders_without_warnings(tmp_path, name):
-    root = install("/usr", destdir=tmp_path / "stage")
+def test_man_page_renders_without_warnings(name):
+    # The installed pages are these files as they are.
     env = {k: v for k, v in os.environ.items() if k not in ("MANPAGER", "PAGER")}
-    res = subprocess.run(["man", "--warnings", "-E", "UTF-8", "-l", str(root / f"usr/share/man/man8/{name}.8")],
+    res = subprocess.run(["man", "--warnings", "-E", "UTF-8", "-l", str(REPO / f"packaging/man/{name}.8")],
                          env=env | {"MANWIDTH": "80", "LC_ALL": "C.UTF-8", "MAN_KEEP_FORMATTING": ""},
                          capture_output=True, text=True)
     assert (res.returncode, res.stderr) == (0, "")
     lines = res.stdout.splitlines()
     assert lines[0].split() == [f"{name.upper()}(8)", "System", "Administration", f"{name.upper()}(8)"]
-    for section in ["NAME", "SYNOPSIS", "DESCRIPTION", "OPTIONS", "EXIT STATUS", "FILES",
-                    "SIGNALS", "SYSLOG", "SECURITY", "NOTES", "EXAMPLES", "SEE ALSO"]:
-        assert section in lines, section
+    assert {"NAME", "SYNOPSIS", "DESCRIPTION", "OPTIONS", "EXIT STATUS", "FILES", "SIGNALS", "SYSLOG",
+            "SECURITY", "NOTES", "EXAMPLES", "SEE ALSO"} - set(lines) == set()
 
 
 def test_man_page_names_every_console_command(bench):
@@ -116,11 +108,9 @@ def test_man_page_names_every_console_command(bench):
 
 @pytest.mark.skipif(shutil.which("systemd-analyze") is None, reason="systemd is not installed")
 def test_systemd_unit_verifies(tmp_path):
-    prefix = tmp_path / "prefix"
-    install(prefix)
-    unit = prefix / UNIT
-    res = subprocess.run(["systemd-analyze", "verify", "--man=no", str(unit)],
-                         capture_output=True, text=True)
+    install(tmp_path)
+    unit = tmp_path / UNIT
+    res = subprocess.run(["systemd-analyze", "verify", "--man=no", str(unit)], capture_output=True, text=True)
     assert (res.returncode, res.stdout, res.stderr) == (0, "", "")
     # Confined: an exposure of 2.8 at most (in tenths; 9.6 unconfined).
     res = subprocess.run(["systemd-analyze", "security", "--offline=true", "--threshold=28", str(unit)],
@@ -151,40 +141,22 @@ mount --move "$sb/board-tmp" /tmp
 """
 
 
-def tmp_tops(*paths):
-    # The directories right under /tmp that hold the paths.
-    return sorted({str(Path(*p.parts[:3])) for p in map(Path, paths) if p.parts[1:2] == ("tmp",) and len(p.parts) > 2})
-
-
-class InitScript:
-    # The init script of an install under a prefix of the test's own.
-
-    def __init__(self, bench, tmp_path):
-        self.bench, self.prefix = bench, tmp_path / "prefix"
-        install(self.prefix)
-        bench.net_up()
-        bench.timescale(20)
-        res = bench.ns_run(["sh", "-c", BOARD_PATHS, "sh", bench.sb] + tmp_tops(tmp_path, REPO, BUILD))
-        assert res.rc == 0, res.err
-        self.path = self.prefix / "etc/init.d" / INIT_SCRIPT
-
-    def __call__(self, action):
-        return self.bench.run([action], argv0=str(self.path), prog=self.path)
-
-    def daemons(self):
-        return self.bench.ns_pids("switch_daemon")
-
-    def pid_file(self):
-        return int(self.bench.path(DAEMON_PID_FILE).read_text())
-
-
 @pytest.fixture
 def init_script(bench, tmp_path):
-    return InitScript(bench, tmp_path)
+    # Runs an action of the init script of an install under a prefix of the test's own.
+    install(tmp_path / "prefix")
+    bench.net_up()
+    bench.timescale(20)
+    # The directories right under /tmp that hold the test's files, the checkout and the build.
+    tops = {str(Path(*p.parts[:3])) for p in (tmp_path, REPO, BUILD) if p.parts[1:2] == ("tmp",) and len(p.parts) > 2}
+    res = bench.ns_run(["sh", "-c", BOARD_PATHS, "sh", bench.sb] + sorted(tops))
+    assert res.rc == 0, res.err
+    path = tmp_path / "prefix/etc/init.d" / INIT_SCRIPT
+    return lambda action: bench.run([action], argv0=str(path), prog=path)
 
 
-def test_init_script_starts_restarts_and_stops_the_daemon(init_script):
-    started = "Starting switch_daemon\nrunning as daemon\n" + NAND_STATUS + "switch_daemon started (pid {pid})\n"
+def test_init_script_starts_restarts_and_stops_the_daemon(bench, init_script):
+    started = "Starting switch_daemon\n" + RUNNING + "switch_daemon started (pid {pid})\n"
     stopped = "Stopping switch_daemon (pid {old})\nswitch_daemon stopped\n"
     # old: the pid that the pid file named before the action.
     pid = None
@@ -193,39 +165,36 @@ def test_init_script_starts_restarts_and_stops_the_daemon(init_script):
                                      ("status", 0, "switch_daemon is running (pid {pid})\n", True),
                                      ("restart", 0, stopped + started, True),
                                      ("stop", 0, stopped, False),  # returns only once the process is gone
-                                     ("status", 3, "switch_daemon is not running\n", False),
-                                     ("stop", 0, "switch_daemon is not running\n", False)]:
+                                     ("status", 3, "switch_daemon is not running\n", False)]:
         res = init_script(action)
-        old, pid = pid, init_script.pid_file()
+        old, pid = pid, int(bench.path(DAEMON_PID_FILE).read_text())
         assert (res.rc, res.out, res.err) == (rc, out.format(pid=pid, old=old), ""), action
-        assert init_script.daemons() == ([pid] if running else []), action
-    # The pid file outlives the daemon, and its number may be another process's by now.
-    other = init_script.bench.spawn(["60"], argv0="sleep", prog="/bin/sleep")
-    init_script.bench.path(DAEMON_PID_FILE).write_text(f"{other.nspid}\n")
+        assert bench.ns_pids("switch_daemon") == ([pid] if running else []), action
+    # The pid file outlives the daemon, and its number may be another process's by now:
+    # the daemon is not running.
+    other = bench.spawn(["60"], argv0="sleep", prog="/bin/sleep")
+    bench.path(DAEMON_PID_FILE).write_text(f"{other.nspid}\n")
     assert init_script("stop").out == "switch_daemon is not running\n"
-    assert other.nspid in init_script.bench.ns_pids("sleep")
+    assert other.nspid in bench.ns_pids("sleep")
 
 
 @pytest.mark.preload_only("the VM's kernel has one SPI device")
-def test_init_script_passes_the_device_from_the_defaults_file(init_script):
-    bench = init_script.bench
+def test_init_script_passes_the_device_from_the_defaults_file(bench, init_script, tmp_path):
     (bench.sb / "dev/spidev1.0").touch()
-    defaults = init_script.prefix / "etc/default/switch_daemon"
+    defaults = tmp_path / "prefix/etc/default/switch_daemon"
     defaults.write_text(defaults.read_text() + "SWITCH_DAEMON_DEVICE=/dev/spidev1.0\n")
     assert init_script("start").rc == 0
     opened = [e.args[0] for e in bench.events() if e.kind == "open" and e.args[-1] == "ok=1"]
     assert opened[0] == "/dev/spidev1.0" and "/dev/spidev0.0" not in opened
 
 
-def test_init_script_reports_a_daemon_that_does_not_start(init_script):
-    bench = init_script.bench
+def test_init_script_reports_a_daemon_that_does_not_start(bench, init_script):
     bench.managed(False)
     bench.fault("gpio-stuck")
     res = init_script("start")
-    assert res.rc == 1
-    assert res.out == ("Starting switch_daemon\nrunning as daemon\n"
-                       " Oops could not put switch in managed mode\nswitch_daemon did not start\n")
-    assert init_script.daemons() == []
+    assert (res.rc, res.out) == (1, "Starting switch_daemon\nrunning as daemon\n"
+                                    " Oops could not put switch in managed mode\nswitch_daemon did not start\n")
+    assert bench.ns_pids("switch_daemon") == []
 
 
 # -- the suppression file's directory -------------------------------------------------
@@ -243,8 +212,7 @@ NOBODY = ["/usr/bin/setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-grou
     NOBODY + ["sh", "-c", "mkdir /tmp/elsewhere && ln -s /tmp/elsewhere /tmp/zorvi"],
 ], ids=["root's", "another user's", "another user's link"])
 @pytest.mark.parametrize("starter", ["init script", "unit"])
-def test_only_root_can_create_the_suppression_file_after_a_start(init_script, starter, before):
-    bench = init_script.bench
+def test_only_root_can_create_the_suppression_file_after_a_start(bench, init_script, tmp_path, starter, before):
     res = bench.ns_run(before)
     assert res.rc == 0, res.err
     if starter == "init script":
@@ -252,8 +220,7 @@ def test_only_root_can_create_the_suppression_file_after_a_start(init_script, st
         started = res.rc == 0
     else:
         # The unit's ExecStartPre commands, which run with full privileges.
-        unit = (init_script.prefix / UNIT).read_text().splitlines()
-        pre = [line.removeprefix("ExecStartPre=+") for line in unit if line.startswith("ExecStartPre=+")]
+        pre = re.findall(r"^ExecStartPre=\+(.*)$", (tmp_path / "prefix" / UNIT).read_text(), re.M)
         started = all(bench.ns_run(shlex.split(cmd)).rc == 0 for cmd in pre)
 
     if "ln -s" in str(before):
@@ -261,7 +228,6 @@ def test_only_root_can_create_the_suppression_file_after_a_start(init_script, st
         if starter == "init script":
             assert res.out == ("Starting switch_daemon\nswitch_daemon: /tmp/zorvi is not a directory\n"
                                "switch_daemon did not start\n")
-            assert init_script.daemons() == []
         assert bench.ns_run(["stat", "-c", "%u %a", "/tmp/elsewhere"]).out == "65534 755\n"
         return
     assert started

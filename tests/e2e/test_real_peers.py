@@ -10,10 +10,10 @@ import signal
 
 import pytest
 
+from test_daemon import BROADCASTING, RUNNING
+
 from bench import VM, wait_for
 
-BROADCASTING = "Broadcasting interface status change message"
-STATUS = "Zorvi HPB-NAND KSZ8864 MANAGED port1_link UP port2_link UP daemon NONE\n"
 MISSING = [p for p in ["avahi-daemon", "avahi-autoipd", "busybox"] if shutil.which(p) is None]
 pytestmark = pytest.mark.skipif(bool(MISSING), reason=f"not installed: {' '.join(MISSING)}: tools/install-deps.sh")
 
@@ -43,7 +43,9 @@ SYSLOG_LINE = re.compile(r"^\w{3} [ \d]\d \d\d:\d\d:\d\d \S+ (\w+)\.(\w+) (\S+?)
 
 
 class Board:
-    # The simulated board with the real peers running beside the daemon.
+    # The simulated board with the real peers running beside the daemon: the
+    # syslog receiver, avahi-autoipd (some ten seconds, in which eth0's IPv6
+    # address becomes usable too) and avahi-daemon.
 
     def __init__(self, bench, tmp_path):
         self.bench, self.tmp = bench, tmp_path
@@ -53,28 +55,34 @@ class Board:
         nodes = "null zero full random urandom tty" + (" spidev0.0" if VM else "")
         self.sh(NAMESPACE_SETUP, str(tmp_path), str(bench.path("/var/run")), nodes)
         self.syslog_path = tmp_path / "syslog"
+        self.sh('busybox syslogd -n -O "$1" </dev/null >"$1.out" 2>&1 &', str(self.syslog_path))
+        assert wait_for(lambda: bench.ns_run(["test", "-S", "/dev/log"]).rc == 0, timeout=10)
+        # -w: back once it holds an address (probing takes some ten seconds).
+        self.sh('avahi-autoipd -D -w --no-drop-root --no-chroot --force-bind eth0 '
+                '</dev/null >"$1/autoipd.out" 2>&1', str(tmp_path), timeout=60)
+        self.autoipd_pid = int(bench.path("/var/run/avahi-autoipd.eth0.pid").read_text())
+        assert wait_for(self.autoipd_bound, timeout=10)
+        (tmp_path / "avahi-daemon.conf").write_text("[server]\nenable-dbus=no\n")
+        self.avahi_status = tmp_path / "avahi-daemon.status"
+        # In the foreground under a shell that records how it ended.
+        self.sh('(avahi-daemon -s --no-drop-root --no-chroot --no-rlimits -f "$1/avahi-daemon.conf"; '
+                'echo $? >"$1/avahi-daemon.status") </dev/null >"$1/avahi-daemon.out" 2>&1 &', str(tmp_path))
+        pid_file = bench.path("/var/run/avahi-daemon/pid")
+        assert wait_for(lambda: pid_file.exists() and pid_file.read_text().strip().isdigit(), timeout=20)
+        self.avahi_pid = int(pid_file.read_text())
+        assert wait_for(lambda: any(text.startswith("Server startup complete.")
+                                    for _, text in self.messages("avahi-daemon", self.avahi_pid)), timeout=20)
 
     def sh(self, script, *args, timeout=30):
         # A plain shell script inside the test's namespaces.
         res = self.bench.ns_run(["sh", "-c", script, "sh", *args], timeout=timeout)
         assert res.rc == 0, res.err
 
-    def start_syslog(self):
-        self.sh('busybox syslogd -n -O "$1" </dev/null >"$1.out" 2>&1 &', str(self.syslog_path))
-        assert wait_for(lambda: self.bench.ns_run(["test", "-S", "/dev/log"]).rc == 0, timeout=10)
-
     def messages(self, tag, pid):
         # (facility.level, message) of each line received from the process.
         text = self.syslog_path.read_text(errors="replace") if self.syslog_path.exists() else ""
         return [(f"{m[1]}.{m[2]}", m[5]) for m in map(SYSLOG_LINE.match, text.splitlines())
                 if m and (m[3], int(m[4])) == (tag, pid)]
-
-    def start_autoipd(self):
-        # -w: back once it holds an address (probing takes some ten seconds).
-        self.sh('avahi-autoipd -D -w --no-drop-root --no-chroot --force-bind eth0 '
-                '</dev/null >"$1/autoipd.out" 2>&1', str(self.tmp), timeout=60)
-        self.autoipd_pid = int(self.bench.path("/var/run/avahi-autoipd.eth0.pid").read_text())
-        assert wait_for(self.autoipd_bound, timeout=10)
 
     def autoipd_bound(self):
         # avahi-autoipd holds its address and announces nothing (its process
@@ -84,35 +92,14 @@ class Board:
     def reannouncements(self):
         return [t for _, t in self.messages("avahi-autoipd(eth0)", self.autoipd_pid)].count("Reannouncing address.")
 
-    def start_avahi_daemon(self):
-        (self.tmp / "avahi-daemon.conf").write_text("[server]\nenable-dbus=no\n")
-        self.avahi_status = self.tmp / "avahi-daemon.status"
-        # In the foreground under a shell that records how it ended.
-        self.sh('(avahi-daemon -s --no-drop-root --no-chroot --no-rlimits -f "$1/avahi-daemon.conf"; '
-                'echo $? >"$1/avahi-daemon.status") </dev/null >"$1/avahi-daemon.out" 2>&1 &', str(self.tmp))
-        pid_file = self.bench.path("/var/run/avahi-daemon/pid")
-        assert wait_for(lambda: pid_file.exists() and pid_file.read_text().strip().isdigit(), timeout=20)
-        self.avahi_pid = int(pid_file.read_text())
-        assert wait_for(lambda: any(text.startswith("Server startup complete.")
-                                    for _, text in self.messages("avahi-daemon", self.avahi_pid)), timeout=20)
 
-
-@pytest.fixture
-def board(bench, tmp_path, monkeypatch):
+def test_daemon_with_real_syslog_multicast_and_avahi(bench, tmp_path, monkeypatch):
     # The product's syslog goes to the real /dev/log as well as to the bench's log.
     monkeypatch.setenv("ZORVI_REAL_SYSLOG", "1")
-    b = Board(bench, tmp_path)
-    b.start_syslog()
-    b.start_autoipd()  # some ten seconds, in which eth0's IPv6 address becomes usable too
-    b.start_avahi_daemon()
-    return b
-
-
-def test_daemon_with_real_syslog_multicast_and_avahi(board):
-    bench = board.bench
+    board = Board(bench, tmp_path)
     bench.timescale(20)
     res = bench.run([], argv0="switch_daemon")
-    assert (res.rc, res.out, res.err) == (0, "running as daemon\n" + STATUS, "")
+    assert (res.rc, res.out, res.err) == (0, RUNNING, "")
     pid_file = bench.path("/var/run/switch_daemon.pid")
     assert wait_for(lambda: pid_file.exists() and pid_file.read_text().endswith("\n"))
     pid = int(pid_file.read_text())
@@ -125,7 +112,7 @@ def test_daemon_with_real_syslog_multicast_and_avahi(board):
 
     notified_autoipd = info(f"Remote link change notified to avahi-autoipd on pid {board.autoipd_pid}")
     notified_avahi = info(f"Remote link change notified to avahi-daemon on pid {board.avahi_pid}")
-    received, broadcasting = info("Received remote link change notification"), info(BROADCASTING)
+    received, broadcasting = info("Received remote link change notification"), info(BROADCASTING[1])
 
     # Start-up: the first announcement, looped back, ends in a refresh.
     assert wait_for(lambda: notified_avahi in daemon_log(), timeout=30), daemon_log()

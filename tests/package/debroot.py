@@ -115,14 +115,13 @@ class DebRoot:
         return subprocess.run(enter + inner + list(cmd), capture_output=True, text=True, timeout=120)
 
     def snapshot(self):
-        # {path: (kind, mode, uid, gid, size or link target)} of everything
-        # in the root but dpkg's records.
+        # {path, a directory's with a slash: (uid, gid, mode or link target,
+        # size of a file)} of everything in the root but dpkg's records.
         out = {}
         for path in self.path.rglob("*"):
-            rel = str(path.relative_to(self.path))
-            if not (rel + "/").startswith(BOOKKEEPING):
-                st = path.lstat()
-                detail = os.readlink(path) if stat.S_ISLNK(st.st_mode) else None
-                detail = st.st_size if stat.S_ISREG(st.st_mode) else detail
-                out[rel] = (stat.S_IFMT(st.st_mode), stat.S_IMODE(st.st_mode), st.st_uid, st.st_gid, detail)
+            st = path.lstat()
+            rel = str(path.relative_to(self.path)) + ("/" if stat.S_ISDIR(st.st_mode) else "")
+            if not rel.startswith(BOOKKEEPING):
+                detail = os.readlink(path) if stat.S_ISLNK(st.st_mode) else stat.S_IMODE(st.st_mode)
+                out[rel] = (st.st_uid, st.st_gid, detail, st.st_size if stat.S_ISREG(st.st_mode) else None)
         return out
