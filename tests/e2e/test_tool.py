@@ -6,10 +6,7 @@ import subprocess
 import pytest
 
 from bench import BUILD as BUILD_DIR
-from console_util import EIO, NO_DEVICE, prepare
-
-KERNEL_SETS_UP = pytest.mark.preload_only("the kernel refuses no clock mode 0, no 8 bits per word and no "
-                                          "MSB-first: every controller does them")
+from console_util import EIO, NO_DEVICE, check, prepare
 
 NAND = "Zorvi HPB-NAND KSZ8864 "
 NOR = "Zorvi HPB-NOR KSZ8893 "
@@ -36,12 +33,6 @@ USAGE = (
 )
 
 
-def check(bench, args, rc, out, err="", **kwargs):
-    res = bench.run(args, **kwargs)
-    assert (res.rc, res.out, res.err) == (rc, out, err)
-    return res
-
-
 def dump_text(values):
     def row(label, cells):
         return f"{label}  " + "".join(f"{c} " for c in cells[:8]) + " " + "".join(f"{c} " for c in cells[8:])
@@ -49,8 +40,8 @@ def dump_text(values):
         row(f"{b:04x}", [f"{v:02x}" for v in values[b:b + 16]]) for b in range(0, 256, 16)]) + "\n"
 
 
-def start_named(bench, argv0):
-    proc = bench.spawn(["60"], argv0=argv0, prog="/bin/sleep")
+def start_named(bench, argv0, args=("60",), prog="/bin/sleep"):
+    proc = bench.spawn(list(args), argv0=argv0, prog=prog)
     assert bench.wait_for(lambda: proc.nspid in bench.ns_pids(argv0))
     return proc
 
@@ -103,11 +94,7 @@ def test_board_is_told_by_the_machine_name(bench, cpuinfo, board):
 
 @pytest.mark.parametrize("args,err", [
     (["-h"], ""),
-    (["--help"], ""),
-    (["-r", "1", "-d"], ""),
     (["-m", "-u"], ""),
-    (["-m", "-w", "1"], ""),
-    (["-1", "1", "-2", "1"], ""),
     (["--unmanaged"], "switch_config: unrecognized option '--unmanaged'\n"),
     (["-r"], "switch_config: option requires an argument -- 'r'\n"),
 ])
@@ -135,8 +122,7 @@ def test_process_scan(bench):
     assert bench.run(["-r", "0"], argv0="/usr/bin/switch_config").rc == 0
     assert bench.path(PID_FILE).read_text() == f"{bench.xfer_events()[0].pid}\n"
     # The needle only in a later argument (an editor's file) does not count.
-    editor = bench.spawn(["-c", "sleep 60; :", "switch_daemon"], argv0="sh", prog="/bin/sh")
-    assert bench.wait_for(lambda: editor.nspid in bench.ns_pids("sh"))
+    start_named(bench, "sh", ["-c", "sleep 60; :", "switch_daemon"], "/bin/sh")
     assert bench.run([], argv0="/usr/bin/switch_config").out.endswith(" daemon NONE\n")
     daemon = start_named(bench, "/usr/sbin/switch_daemon")
     assert bench.run([], argv0="/usr/bin/switch_config").out == NAND + (
@@ -163,15 +149,7 @@ def test_pid_file_that_cannot_be_created(bench):
     ([], "-r 010", 0, "Register offset   8 (0x8) = 0x11\n", "", [("R", 8, 0x11)]),
     ([], "-r 300", 0, "Register offset  44 (0x2C) = 0x33\n", "", [("R", 44, 0x33)]),
     ([], "-r abc", 0, READ_0, "", [("R", 0, 0x95)]),
-    ([], "-r 1 -r 2", 0, "Register offset   2 (0x2) = 0x04\n", "", [("R", 2, 0x04)]),
     ([], "-x -r 0", 0, READ_0, "switch_config: invalid option -- 'x'\n", [("R", 0, 0x95)]),
-    # A failed set-up step does not stop the next; the exit status is the speed set-up's.
-    pytest.param([("fault", "wr-mode")], "-r 0", 0, READ_0, "can't set spi mode: Invalid argument\n",
-                 [("R", 0, 0x95)], marks=KERNEL_SETS_UP),
-    pytest.param([("fault", "wr-bits")], "-r 0", 0, READ_0, "can't set bits per word: Invalid argument\n",
-                 [("R", 0, 0x95)], marks=KERNEL_SETS_UP),
-    ([("fault", "wr-speed")], "-r 0", 255, READ_0, "can't set max speed hz: Invalid argument\n",
-     [("R", 0, 0x95)]),  # in the VM: below the controller's slowest
     ([], "-w 0x20 -v 7 -v 0x3c", 0, "writing 0x3C in 0x20\n", "", [("W", 0x20, 0x3C)]),
     ([], "-w 5", 0, "write error: value is missing\n", "", []),
     ([], "-v 5", 0, "write error: offset is missing\n", "", []),
@@ -182,7 +160,6 @@ def test_pid_file_that_cannot_be_created(bench):
     ([("poke", 49, 0x41)], "-1 1", 0, "", "", [("R", 49, 0x41), ("W", 49, 0x5B)]),
     ([("poke", 49, 0xFF), ("poke", 4, 0x81)], "-1 2", 0, "", "",
      [("R", 4, 0x81), ("W", 4, 0x01), ("R", 49, 0xFF), ("W", 49, 0xE5)]),
-    ([("poke", 33, 0x41)], "-2 1", 0, "", "", [("R", 33, 0x41), ("W", 33, 0x5D)]),
     ([("poke", 33, 0xFF), ("poke", 4, 0x81)], "-2 0", 0, "", "",
      [("R", 4, 0x81), ("W", 4, 0x01), ("R", 33, 0xFF), ("W", 33, 0xE3)]),
     ([], "-c /nonexistent/regs", 0, "Error while opening /nonexistent/regs\n", "", []),
@@ -206,8 +183,7 @@ def test_one_run(bench, setup, args, rc, out, err, xfers):
     ((2,), "xfer", "Register offset   5 (0x5) = 0xFF\n"),
 ])
 def test_closed_outputs_write_nowhere(bench, closed, fault, out):
-    bench.poke(5, 0x2A)
-    bench.clear_events()
+    prepare(bench, {5: 0x2A})
     if fault:
         bench.fault(fault)
     check(bench, ["-r", "5"], 0, out, closed=closed)

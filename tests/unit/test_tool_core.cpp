@@ -37,7 +37,6 @@ TEST(Options, FlagsAndFields) {
     } cases[] = {
         {"-r 1 --read=0x10 --write 1 --value=7", ACT_READ | ACT_WRITE | ACT_VALUE, 16, 1, 7},
         {"-2 0 -v 9 --enable-bcmc-1 257 --unmanaged", ACT_VALUE | ACT_BCMC_1 | ACT_BCMC_2, 0, 0, 1},
-        {"-MCyhmu", all | ACT_UNMANAGED, 0, 0, 0},
         {"--dump-mib --switch-console --mac-dyn-table --help --managed --dump", all | ACT_DUMP, 0,
          0, 0},
     };
