@@ -211,7 +211,11 @@ def test_dump_reads_all_registers_in_order(bench, tmp_path):
 
 
 @pytest.mark.parametrize("text,writes", [
-    ("0000 01 02 03 04 05 06 07 08 09 0a 0b 0c 0d 0e 0f 10 # tail\n\n0040 01 02\n", []),  # a comment, short lines
+    # A comment, an empty, a short line and a base that is no number write nothing.
+    ("0000 01 02 03 04 05 06 07 08 09 0a 0b 0c 0d 0e 0f 10 # tail\n\n0040 01 02\n"
+     "zz 01 02 03 04 05 06 07 08 09 0a 0b 0c 0d 0e 0f 10\n", []),
+    # At most 4 digits for the base and 2 per value: longer numbers split.
+    ("12345 1 2 3 4 5 6 7 8 9 a b c d e f\n", [(0x34, 5)] + [(0x35 + i, i + 1) for i in range(15)]),
     ("00f8 00 01 02 03 04 05 06 07 08 09 0a 0b 0c 0d 0e 0f\n", [(0xF8 + i, i) for i in range(8)] + [(i, 8 + i) for i in range(8)]),
     ("50 1 2 3 4 5 6 7 8 9 a b c d e f 10\n50 ff ff ff ff ff ff ff ff ff ff ff ff ff ff ff 77\n",
      [(0x50 + i, i + 1) for i in range(16)] + [(0x50 + i, 0xFF) for i in range(15)] + [(0x5F, 0x77)]),
