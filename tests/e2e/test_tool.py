@@ -148,7 +148,6 @@ def test_pid_file_that_cannot_be_created(bench):
     ([], "-r 0x10", 0, "Register offset  16 (0x10) = 0x22\n", "", [("R", 16, 0x22)]),
     ([], "-r 010", 0, "Register offset   8 (0x8) = 0x11\n", "", [("R", 8, 0x11)]),
     ([], "-r 300", 0, "Register offset  44 (0x2C) = 0x33\n", "", [("R", 44, 0x33)]),
-    ([], "-r abc", 0, READ_0, "", [("R", 0, 0x95)]),
     ([], "-x -r 0", 0, READ_0, "switch_config: invalid option -- 'x'\n", [("R", 0, 0x95)]),
     ([], "-w 0x20 -v 7 -v 0x3c", 0, "writing 0x3C in 0x20\n", "", [("W", 0x20, 0x3C)]),
     ([], "-w 5", 0, "write error: value is missing\n", "", []),
