@@ -64,7 +64,6 @@ def test_status_line(request, board, setup, line, regs):
 
 @pytest.mark.parametrize("cpuinfo,board", [
     ("processor\t: 0\nHardware\t: Zorvi HPB-NOR rev 2\nRevision\t: 0000\n", NOR),  # a prefix
-    ("Hardware\t: Zorvi HPB-NANDX\n", NAND),
     ("x" * 255 + "Hardware\t: Zorvi HPB-NOR\n", NOR),  # a long line is read in pieces of 255
     pytest.param(None, None, marks=pytest.mark.preload_only("the kernel's /proc/cpuinfo is always there")),
     ("processor\t: 0\nBogoMIPS\t: 100\n", None),
