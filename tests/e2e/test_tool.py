@@ -93,6 +93,7 @@ def test_board_is_told_by_the_machine_name(bench, cpuinfo, board):
 @pytest.mark.parametrize("args,err", [
     (["-h"], ""),
     (["-m", "-u"], ""),
+    (["-1", "1", "-2", "1"], ""),  # the flags of two gates together are neither gate's
     (["--unmanaged"], "/usr/sbin/switch_config: unrecognized option '--unmanaged'\n"),
     (["-r"], "/usr/sbin/switch_config: option requires an argument -- 'r'\n"),
     (["-D", "/dev/spidev1.0"], NO_DEVICE),
