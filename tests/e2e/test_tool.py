@@ -92,8 +92,11 @@ def test_board_is_told_by_the_machine_name(bench, cpuinfo, board):
 # The usage text names the program as started and the device in use.
 @pytest.mark.parametrize("args,err", [
     (["-h"], ""),
+    # Two actions together: each pair tells a flag's value from its neighbours'.
+    (["-r", "1", "-d"], ""),
     (["-m", "-u"], ""),
-    (["-1", "1", "-2", "1"], ""),  # the flags of two gates together are neither gate's
+    (["-m", "-w", "1"], ""),
+    (["-1", "1", "-2", "1"], ""),
     (["--unmanaged"], "/usr/sbin/switch_config: unrecognized option '--unmanaged'\n"),
     (["-r"], "/usr/sbin/switch_config: option requires an argument -- 'r'\n"),
     (["-D", "/dev/spidev1.0"], NO_DEVICE),
