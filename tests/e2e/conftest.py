@@ -29,10 +29,8 @@ def _bench(tmp_path, board):
     if os.geteuid() != 0:
         pytest.skip("the bench's namespaces need root")
     b = Bench(tmp_path, board=board)
-    try:
-        yield b
-    finally:
-        b.close()
+    yield b  # pytest runs the rest whatever the test's outcome
+    b.close()
 
 
 # A fresh simulated board, NAND (KSZ8864) or NOR (KSZ8893), with its own namespace.

@@ -34,11 +34,21 @@ def command_xfers(bench):
     return bench.xfers()[CONSOLE_START_XFERS:]
 
 
+# Runs the tool and checks its exit status, standard output and error.
+def check(bench, args, rc, out, err="", **kwargs):
+    res = bench.run(args, **kwargs)
+    assert (res.rc, res.out, res.err) == (rc, out, err)
+    return res
+
+
+def tokens(*toks):
+    return "".join(f"The token {i + 1} is argv[{i}]={t} \n" for i, t in enumerate(toks))
+
+
 # The handler's echo of the blank-separated tokens after the command word.
 def echo(line):
-    tokens = line.split()[1:]
-    return f"The argc is {len(tokens)}\n" + "".join(
-        f"The token {i + 1} is argv[{i}]={t} \n" for i, t in enumerate(tokens))
+    words = line.split()[1:]
+    return f"The argc is {len(words)}\n" + tokens(*words)
 
 
 # Sets registers on the chip and starts the event log afresh.

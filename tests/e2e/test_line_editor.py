@@ -2,7 +2,7 @@
 # echo shown as its key comes.
 import pytest
 
-from console_util import CONSOLE_END, CONSOLE_PREAMBLE, VALID, LiveConsole, command_xfers, console_session
+from console_util import CONSOLE_END, CONSOLE_PREAMBLE, VALID, LiveConsole, command_xfers, console_session, prepare
 
 ERASE = b"\b \b"
 CTRL_W = b"readline: case 0x17\n"
@@ -16,8 +16,7 @@ RRB_USAGE = "Usage: rrb        <RegNum>                -- register read in byte\
     (b"abcdef\t", b"abcdef" + b" " * 8),
     # Deleting a tab erases back to the prompt and retypes up to the tab.
     (b"\ta\t\x7f", b" " * 6 + b"a" + b" " * 7 + ERASE * 14 + b" " * 6 + b"a"),
-    (b"a\x01\x08", b"a\x01" + ERASE),
-    (b"\xff\x1b", b"\xff\x1b"),
+    (b"a\x01\xff\x1b\x08", b"a\x01\xff\x1b" + ERASE),  # 0xFF is a key, not the end of input
     (b"a\tb\x15", b"a" + b" " * 5 + b"b" + ERASE * 7),
     (b"ab\x15\x7f", b"ab" + ERASE * 2),  # nothing is left to delete
     # Ctrl-W: the first blank met going back ends the word, a tab does not.
@@ -37,8 +36,7 @@ def test_echo_of_editing_keys(bench, keys, shown):
 
 
 def test_lines_end_and_recall(bench):
-    bench.poke(0x10, 0x42)
-    bench.clear_events()
+    prepare(bench, {0x10: 0x42})
     res = console_session(bench, "rrb 10\r", "", "rrb 11", "abc\x15", "rrb 12", "x\x7f", "r\0rb\0 13")
     # CR and LF each end a line; an empty line, also one emptied by editing,
     # recalls what the handler left: the command word and its blank.
