@@ -95,7 +95,7 @@ void serve_chip(Server &s) {
     }
     const auto &rq = *reinterpret_cast<const zc_request *>(g_request);
     // What the caller sent to syslog before this request comes first.
-    while (zb::log_receive(s.log_fd, s.lock_fd, false)) {
+    while (zb::log_receive(s.log_fd, s.lock_fd)) {
     }
     flock(s.lock_fd, LOCK_EX);
     size_t n = rq.kind == ZC_SPI ? spi_request(*s.st, rq, static_cast<size_t>(len))
@@ -114,7 +114,8 @@ Server start(const char *sb) {
     s.lock_fd = open(path, O_RDWR | O_CLOEXEC);
     zb::event_log_init(sb, s.st);
     zb::kernel_reset();
-    s.chip_fd = open("/dev/zorvi-chip", O_RDWR | O_CLOEXEC);
+    // Not blocking: a request that poll saw is gone when its caller was killed.
+    s.chip_fd = open("/dev/zorvi-chip", O_RDWR | O_NONBLOCK | O_CLOEXEC);
     if (s.chip_fd < 0)
         die("/dev/zorvi-chip (is the zorvi_chip module loaded?)");
     s.log_fd = zb::log_receiver_open(sb);
@@ -146,7 +147,8 @@ int main(int argc, char **argv) {
         }
         if ((fds[0].revents & POLLIN) != 0)
             serve_chip(s);
+        // Not waiting: serve_chip may have taken the datagram that poll saw.
         if ((fds[1].revents & POLLIN) != 0)
-            zb::log_receive(s.log_fd, s.lock_fd, true);
+            zb::log_receive(s.log_fd, s.lock_fd);
     }
 }

@@ -30,9 +30,9 @@ int log_receiver_open(const char *sandbox) {
 }
 
 // A datagram as the C library sends it: "<PRI>Mmm dd hh:mm:ss IDENT[PID]: MESSAGE".
-bool log_receive(int fd, int lock_fd, bool wait) {
+bool log_receive(int fd, int lock_fd) {
     char buf[4096];
-    ssize_t n = recv(fd, buf, sizeof buf - 1, wait ? 0 : MSG_DONTWAIT);
+    ssize_t n = recv(fd, buf, sizeof buf - 1, MSG_DONTWAIT);
     if (n < 0)
         return false;
     buf[n] = '\0';

@@ -9,8 +9,8 @@ namespace zb {
 // Binds SB/log; returns the socket or -1.
 int log_receiver_open(const char *sandbox);
 
-// Receives one datagram and logs it, under the sandbox lock lock_fd;
-// without `wait`, false when none is there.
-bool log_receive(int fd, int lock_fd, bool wait);
+// Receives one datagram and logs it, under the sandbox lock lock_fd; false
+// when none is there. It never waits: the server must stay free for the chip.
+bool log_receive(int fd, int lock_fd);
 
 } // namespace zb

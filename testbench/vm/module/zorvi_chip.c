@@ -31,7 +31,6 @@
 #include "zorvi_chip.h"
 
 #define ZC_NGPIO	256
-#define ZC_TIMEOUT	(10 * HZ)
 #define ZC_MODE_BITS	(SPI_CPHA | SPI_CPOL | SPI_CS_HIGH | SPI_LSB_FIRST)
 #define ZC_MAX_SPEED_HZ 10000000
 
@@ -65,8 +64,11 @@ static int busy_line = -1;
 
 /*
  * The request in zc.req (req_len bytes) goes to the server; its answer comes
- * back in zc.rx (rx_len bytes) and the result. Without a server the request
- * fails with EIO at once, and after ZC_TIMEOUT without an answer as well.
+ * back in zc.rx (rx_len bytes) and the result. The caller waits for as long
+ * as the server has the device open, however slow it is: without a server
+ * the request fails with EIO at once, and so it does when the server closes
+ * the device before it answers. A fatal signal ends the wait; the server's
+ * late answer then gets EPROTO.
  */
 static int zc_ask(void)
 {
@@ -84,9 +86,10 @@ static int zc_ask(void)
 	mutex_unlock(&zc.slot_lock);
 	wake_up_interruptible(&zc.server_wq);
 
-	wait_for_completion_timeout(&zc.answered, ZC_TIMEOUT);
+	status = wait_for_completion_killable(&zc.answered);
 	mutex_lock(&zc.slot_lock);
-	status = zc.status;
+	if (!status)
+		status = zc.status;
 	zc.slot = ZC_IDLE;
 	mutex_unlock(&zc.slot_lock);
 	return status;

@@ -10,9 +10,10 @@
  *            bytes of all transfers in order (len is their total), for
  *            ZC_GPIO none
  *
- * A status below 0 is an errno that fails the message. A request that gets
- * no answer within ten seconds fails with EIO, and so does every SPI message
- * while no server has the device open.
+ * A status below 0 is an errno that fails the message. A request waits for
+ * its answer as long as the server keeps the device open; it fails with EIO
+ * when the server closes the device first, and every SPI message does while
+ * no server has the device open.
  */
 #ifndef ZORVI_CHIP_H
 #define ZORVI_CHIP_H
