@@ -122,7 +122,8 @@ def test_daemon_with_real_syslog_multicast_and_avahi(bench, tmp_path, monkeypatc
     # avahi-autoipd announced its address again; stock avahi-daemon has no
     # handler for SIGUSR2, which ended it.
     assert wait_for(lambda: board.reannouncements() == 1, timeout=10)
-    assert wait_for(lambda: board.avahi_status.exists(), timeout=10)
+    # The shell creates the file before it writes the status into it.
+    assert wait_for(lambda: board.avahi_status.exists() and board.avahi_status.read_text().endswith("\n"), timeout=10)
     assert int(board.avahi_status.read_text()) == 128 + signal.SIGUSR2
 
     # A pulled cable: logged, announced, and refreshed again; avahi-daemon is
