@@ -1,4 +1,4 @@
-"""MIB counters: showmib and clearmib (the tool's -M is a console test)."""
+# MIB counters: showmib and clearmib (the tool's -M is a console test).
 import pytest
 
 from console_util import LiveConsole, command_xfers, console_session, echo

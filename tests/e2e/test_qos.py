@@ -1,5 +1,5 @@
-"""QoS in the console: fair queueing, the four-queue split, the priority and
-TOS maps, port-based queues, and the qosinfo display."""
+# QoS in the console: fair queueing, the four-queue split, the priority and TOS
+# maps, port-based queues, and the qosinfo display.
 import pytest
 
 from console_util import check_command, rmw
@@ -7,7 +7,6 @@ from console_util import check_command, rmw
 PORT_ERROR = "error: incorrect Switch port ({}) to set! \n"
 QUEUE_ERROR = "error: incorrect priority queue number({}) to set! \n"
 PRIORITY_ERROR = "error: incorrect 802.1p priority value({}) to set! \n"
-TOS_ERROR = "error: incorrect TOS ({}) value to set! \n"
 
 
 def diffserv(queues):
@@ -78,7 +77,7 @@ def test_qosinfo_shows_port_indices_1_to_4_and_the_maps(bench):
     ("qostag2q 8 9", {}, [], PRIORITY_ERROR.format(8)),
     ("qostag2q 1 -1", {}, [], QUEUE_ERROR.format(-1)),
     ("qostag2q -1 2", {}, [], PRIORITY_ERROR.format(-1)),
-    ("qostos2q 64", {}, [], TOS_ERROR.format(64)),
+    ("qostos2q 64", {}, [], "error: incorrect TOS (64) value to set! \n"),
     ("qoswfq", {}, [], "Usage: qoswfq      <Flag> <Port>          "
                            "-- enable\\disable Weighted Fair Queueing on a Switch port.\n\n"),
     ("qostag2q", {}, [], "Usage: qostag2q    <Priority> <Q#>        -- mapping 802.1p priority to priority TxQ.\n\n"),

@@ -1,4 +1,4 @@
-"""The VLAN table: vlan, vlancreate, vlandel, vlanaddport and vlandelport."""
+# The VLAN table: vlan, vlancreate, vlandel, vlanaddport and vlandelport.
 import pytest
 
 from console_util import command_xfers, console_session, echo
