@@ -54,7 +54,7 @@ RELATED_TESTS = [
     (r"mac", ["test_mac_tables.py"]),
     (r"vlan_table", ["test_vlan_table.py"]),
     (r"port_vlan", ["test_port_settings.py"]),
-    (r"qos", ["test_qos.py"]),
+    (r"qos", ["test_port_settings.py"]),
     (r"mirror", ["test_port_settings.py"]),
     (r"rate", ["test_rate_limit.py"]),
     (r"chip/", ["test_console.py"]),

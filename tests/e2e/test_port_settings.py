@@ -1,8 +1,21 @@
-# Per-port settings in the console: the port VLAN settings (default VID,
-# tagging, ingress rules, 802.1Q), port mirroring, and their displays.
+# Per-port settings in the console and their displays: the port VLAN settings
+# (default VID, tagging, ingress rules, 802.1Q), port mirroring, and QoS (fair
+# queueing, the four-queue split, the priority and TOS maps, port-based queues).
 import pytest
 
 from console_util import check_command, console_session, prepare, rmw
+
+PORT_ERROR = "error: incorrect Switch port ({}) to set! \n"
+QUEUE_ERROR = "error: incorrect priority queue number({}) to set! \n"
+PRIORITY_ERROR = "error: incorrect 802.1p priority value({}) to set! \n"
+VID_ERROR = "error: incorrect default vid ({}) to set! \n"
+
+
+def diffserv(queues):
+    text = "DiffServ mapping to Q       : "
+    for tos in range(64):
+        text += f"{tos:2d}-Q{queues.get(tos, 0)}  " + ("\n" + " " * 30) * (tos % 8 == 7)
+    return text + "\n"
 
 
 def test_vlaninfo_shows_port_indices_1_to_4(bench):
@@ -38,13 +51,33 @@ def test_mirrorinfo_shows_port_indices_1_to_4(bench):
                   "Mirror Rx AND Tx       :  disable\n", [("R", r, v) for r, v in pokes.items()], pokes)
 
 
-VID_ERROR = "error: incorrect default vid ({}) to set! \n"
+def test_qosinfo_shows_port_indices_1_to_4_and_the_maps(bench):
+    # Index 0 has no column, the other bits show nothing, and fair queueing
+    # shows only with the bit in all four registers (index 1, not index 3),
+    # which are read until the first clear one.
+    pokes = {16: 0xFF, 177: 0xFF, 178: 0x80, 179: 0x80, 180: 0x80, 181: 0x80, 32: 0x27, 193: 0xFD,
+             194: 0x80, 195: 0x80, 196: 0x80, 197: 0x80, 48: 0x67, 209: 0xFD, 213: 0x7F, 64: 0xB7,
+             225: 0xFD, 227: 0x80, 228: 0x80, 229: 0x80, 80: 0xA7, 241: 0xFF, 128: 0x51, 129: 0xFA,
+             144: 0x02, 147: 0x0C, 159: 0x40}
+    wfq = {0: [181, 180, 179, 178], 1: [197, 196, 195, 194], 2: [213], 3: [229, 228, 227, 226], 4: [245]}
+    regs = [r for i in range(5) for r in [16 * i + 177, 16 * i + 16] + wfq[i]]
+    regs += [128] * 4 + [129] * 4 + [144 + t // 4 for t in range(64)]
+    check_command(bench, "qosinfo", (
+        "\n"
+        "                       Port :        1           2           3           4           \n"
+        "QoS split TXQ into 4Q       :  disable     disable     disable      enable    \n"
+        "QoS DiffServ                :  disable      enable     disable     disable    \n"
+        "QoS 802.1p                  :   enable      enable      enable      enable    \n"
+        "QoS WFQ(q3:q2:q1:q0=8:4:2:1):   enable     disable     disable     disable    \n"
+        "QoS Port-based mapping to Q :       Q0          Q0          Q2          Q0    \n"
+        "802.1p mapping to Q         :  0-Q1   1-Q0   2-Q1   3-Q1   4-Q2   5-Q2   6-Q3   7-Q3  \n"
+    ) + diffserv({0: 2, 13: 3, 63: 1}), [("R", r, pokes.get(r, 0)) for r in regs], pokes)
 
 
 # Each line: the register values before, the transfers, what it prints after
-# the echo. Setters keep the other bits of their register; refused lines print
-# the message and make no transfer.
-
+# the echo. Setters keep the other bits of their register. Refused lines, in
+# the order of comparison, print the message and make no transfer; negative
+# numbers are refused with the message of the value they stand for.
 @pytest.mark.parametrize("line,pokes,xfers,printed", [
     ("vlandefvid 1 4095", {19: 0xA0}, [("W", 20, 0xFF)] + rmw(19, 0xA0, 0xAF), ""),
     ("vlandefvid 2 65637", {35: 0x0F}, [("W", 36, 101)] + rmw(35, 0x0F, 0x00), ""),
@@ -59,11 +92,50 @@ VID_ERROR = "error: incorrect default vid ({}) to set! \n"
     ("mirrorrx 5 1", {81: 0x00}, rmw(81, 0x00, 0x40), ""),
     ("sniffer 4 0", {65: 0xFF}, rmw(65, 0xFF, 0x7F), ""),
     ("sniffmode 1", {5: 0x80}, rmw(5, 0x80, 0x81), ""),
-    ("vlandefvid 6 4096", {}, [], "error: incorrect Switch port (6) to set! \n"),
+    ("qoswfq 1", {181: 0x05, 180: 0x05, 179: 0x05, 178: 0x05},
+     rmw(181, 5, 0x85) + rmw(180, 5, 0x85) + rmw(179, 5, 0x85) + rmw(178, 5, 0x85), ""),
+    ("qoswfq 2 2", {197: 0xFF, 196: 0xFF, 195: 0xFF, 194: 0xFF},
+     rmw(197, 0xFF, 0x7F) + rmw(196, 0xFF, 0x7F) + rmw(195, 0xFF, 0x7F) + rmw(194, 0xFF, 0x7F), ""),
+    # Enabling port 2: the scan stops at the first port with the split bit.
+    ("qossplitq 2 1", {32: 0x0F, 193: 0x00, 177: 0x00, 135: 0x00},
+     [("R", 32, 0x0F), ("R", 193, 0x00), ("W", 32, 0x0E), ("W", 193, 0x02),
+      ("R", 177, 0x00), ("R", 193, 0x02), ("R", 135, 0x00), ("W", 135, 0x08)], ""),
+    # Disabling port 2 while port 3 still splits keeps the chip-wide bit.
+    ("qossplitq 2 0", {32: 0x01, 193: 0xFF, 177: 0x00, 209: 0x02, 135: 0x08},
+     [("R", 32, 0x01), ("R", 193, 0xFF), ("W", 32, 0x00), ("W", 193, 0xFD),
+      ("R", 177, 0x00), ("R", 193, 0xFD), ("R", 209, 0x02), ("R", 135, 0x08), ("W", 135, 0x08)], ""),
+    # Disabling the last one clears it; bit 0 of 16p + 16 is cleared either way.
+    ("qossplitq 1 0", {16: 0xFF, 177: 0xFF, 193: 0, 209: 0, 225: 0, 241: 0xFD, 135: 0xFF},
+     [("R", 16, 0xFF), ("R", 177, 0xFF), ("W", 16, 0xFE), ("W", 177, 0xFD),
+      ("R", 177, 0xFD), ("R", 193, 0), ("R", 209, 0), ("R", 225, 0), ("R", 241, 0xFD),
+      ("R", 135, 0xFF), ("W", 135, 0xF7)], ""),
+    ("qostag2q 3", {128: 0xFF}, rmw(128, 0xFF, 0x3F), "QoS 802.1p priority 3 mapping to Q0. \n"),
+    ("qostag2q 7 1", {129: 0xFF}, rmw(129, 0xFF, 0x7F), "QoS 802.1p priority 7 mapping to Q1. \n"),
+    ("qostos2q 63 1", {159: 0x00}, rmw(159, 0, 0x40), "QoS TOS priority 63 mapping to Q1. \n"),
+    ("qostos2q 8", {146: 0xFF}, rmw(146, 0xFF, 0xFC), "QoS TOS priority 8 mapping to Q0. \n"),
+    ("qosportbase 2 1 3", {32: 0x81}, rmw(32, 0x81, 0x99), ""),
+    ("qosportbase 2 1", {32: 0xFF}, rmw(32, 0xFF, 0xE7), ""),
+    ("qosportbase 2 0 2", {32: 0xFF}, rmw(32, 0xFF, 0xE7), ""),
+    ("qosdiffserv 3 1", {48: 0x01}, rmw(48, 0x01, 0x41), ""),
+    ("qosdot1p 5 0", {80: 0xFF}, rmw(80, 0xFF, 0xDF), ""),
+    ("vlandefvid 6 4096", {}, [], PORT_ERROR.format(6)),
     ("vlandefvid 1 4096", {}, [], VID_ERROR.format(4096)),
     ("vlandefvid 1 0", {}, [], VID_ERROR.format(0)),
     ("sniffmode", {}, [], "Usage: sniffmode   <sniff-sel>            "
                           "-- configure the mirroring filter function.\n\n"),
+    ("qoswfq 1 0", {}, [], PORT_ERROR.format(0)),
+    ("qossplitq 6 1", {}, [], PORT_ERROR.format(6)),
+    ("qosportbase 6 1 9", {}, [], PORT_ERROR.format(6)),
+    ("qosportbase 2 0 7", {}, [], QUEUE_ERROR.format(7)),
+    ("qostag2q 8 9", {}, [], PRIORITY_ERROR.format(8)),
+    ("qostag2q 1 -1", {}, [], QUEUE_ERROR.format(-1)),
+    ("qostag2q -1 2", {}, [], PRIORITY_ERROR.format(-1)),
+    ("qostos2q 64", {}, [], "error: incorrect TOS (64) value to set! \n"),
+    ("qoswfq", {}, [], "Usage: qoswfq      <Flag> <Port>          "
+                           "-- enable\\disable Weighted Fair Queueing on a Switch port.\n\n"),
+    ("qostag2q", {}, [], "Usage: qostag2q    <Priority> <Q#>        -- mapping 802.1p priority to priority TxQ.\n\n"),
+    ("qosportbase 1", {}, [], "Usage: qosportbase <Port> <Flag> <Q#>     "
+                                  "-- enable\\disable mapping port-base to priority TxQ on a Switch port.\n\n"),
 ])
 def test_setters_and_refusals(bench, line, pokes, xfers, printed):
     check_command(bench, line, printed, xfers, pokes)
