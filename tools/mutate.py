@@ -56,7 +56,7 @@ RELATED_TESTS = [
     (r"port_vlan", ["test_port_settings.py"]),
     (r"qos", ["test_port_settings.py"]),
     (r"mirror", ["test_port_settings.py"]),
-    (r"rate", ["test_rate_limit.py"]),
+    (r"rate", ["test_port_settings.py"]),
     (r"chip/", ["test_console.py"]),
     (r"core/", ["test_tool.py", "test_daemon.py"]),
 ]
