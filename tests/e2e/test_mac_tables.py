@@ -95,12 +95,13 @@ def test_macdyn_by_tool_option(bench):
     assert sum(x[:2] == ("R", 114) for x in bench.xfers()) == 5
 
 
-@pytest.mark.parametrize("added, count, shown, reads", [
-    (0, None, 0, [112]),  # empty table: register 112 bit 7
-    (5, 3, 3, [112, 113]),  # the count read with each entry ends the walk
-    (0, 1024, 1024, None),  # the walk ends after entry 1023
+# The walk's last table address (control 110 and address 111) and the reads after it.
+@pytest.mark.parametrize("added, count, shown, last, reads", [
+    (0, None, 0, [0x18, 0], [112]),  # empty table: register 112 bit 7
+    (5, 3, 3, [0x18, 3], [112, 113]),  # the count read with each entry ends the walk
+    (0, 1024, 1024, [0x1B, 0xFF], list(range(112, 121))),  # the walk ends after entry 1023
 ])
-def test_dynamic_walk_stops(bench, added, count, shown, reads):
+def test_dynamic_walk_stops(bench, added, count, shown, last, reads):
     for n in range(added):
         bench.dynmac_add(f"02:00:00:00:00:{n:02x}", 1, 2, 0)
     if count is not None:
@@ -108,10 +109,8 @@ def test_dynamic_walk_stops(bench, added, count, shown, reads):
     lines = console_session(bench, "macdyn").outputs[0].splitlines()
     assert lines[1] == DYN_HEAD[:-1] and len(lines) == 2 + shown
     xfers = command_xfers(bench)
-    last = max(i for i, x in enumerate(xfers) if x[:2] == ("W", 110))
-    assert xfers[last][2] & 0xFC == 0x18 and ((xfers[last][2] & 3) << 8) | xfers[last + 1][2] == min(shown, 1023)
-    if reads:
-        assert [x[1] for x in xfers[last + 2:]] == reads
+    start = max(i for i, x in enumerate(xfers) if x[:2] == ("W", 110))
+    assert [x[2] for x in xfers[start:start + 2]] == last and [x[1] for x in xfers[start + 2:]] == reads
 
 
 @pytest.mark.parametrize("k, ready", [(99, True), (100, False)])

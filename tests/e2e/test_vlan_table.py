@@ -49,9 +49,7 @@ def show(index, valid, fid, ports):
 
 
 @pytest.mark.parametrize("args, rows", [
-    (" 4 3", "   4               4      0       - - - - \n   5       V       5      3       M M M M \n"
-             "   6               6      9       M - - - \n"),
-    ("", range(0, 16)), (" 4090 100", range(4090, 4096)), (" 5 4294967295", []),
+    (" 4 3", range(4, 7)), ("", range(0, 16)), (" 4090 100", range(4090, 4096)), (" 5 4294967295", []),
     (" 4096", None), (" 4294967295", None)])
 def test_vlan_display(bench, args, rows):
     bench.vlan_set(5, 3, 0x1F, 1)
@@ -63,8 +61,7 @@ def test_vlan_display(bench, args, rows):
         assert out == echo("vlan" + args) + "error: invalid entry number or count to display VLAN table! \n"
         assert command_xfers(bench) == []
     else:
-        assert out == echo("vlan" + args) + HEAD + (rows if isinstance(rows, str) else "".join(
-            show(i, *marks.get(i, (0, 0, "- - - - "))) for i in rows))
+        assert out == echo("vlan" + args) + HEAD + "".join(show(i, *marks.get(i, (0, 0, "- - - - "))) for i in rows)
 
 
 NOT_FOUND = "error: can't find this vid(%d) and fid(%d) entry to "
