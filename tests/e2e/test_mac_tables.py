@@ -85,16 +85,16 @@ def test_too_few_arguments(bench, line, usage):
 @pytest.mark.parametrize("k, reads", [(0, 5), (99, 500), (100, 500)])
 def test_macdyn_by_tool_option(bench, k, reads):
     for n, port in enumerate([0, 1, 3, 4, 7]):
-        bench.dynmac_add(f"00:11:22:33:44:{n:02x}", 10 * n, port, n % 4)
+        bench.dynmac_add(f"00:11:22:33:44:{n:02x}", 10 * n + 1, port, n % 4)
     bench.notready("dyn", k)
     res = bench.run(["-y"], stdin="rwb 10 5\n")
     shown = "".join(f"SwitchReadDynMacTable: This MAC entry ({n}) is not ready for read\n" for n in range(5))
     if k < 100:
-        shown = ("   0   00:11:22:33:44:00     0       - - - -    0 \n"
-                 "   1   00:11:22:33:44:01    10       M - - -    1 \n"
-                 "   2   00:11:22:33:44:02    20       - - M -    2 \n"
-                 "   3   00:11:22:33:44:03    30       - - - M    3 \n"
-                 "   4   00:11:22:33:44:04    40       - - - -    0 \n")
+        shown = ("   0   00:11:22:33:44:00     1       - - - -    0 \n"
+                 "   1   00:11:22:33:44:01    11       M - - -    1 \n"
+                 "   2   00:11:22:33:44:02    21       - - M -    2 \n"
+                 "   3   00:11:22:33:44:03    31       - - - M    3 \n"
+                 "   4   00:11:22:33:44:04    41       - - - -    0 \n")
     assert (res.out, res.err, res.rc) == (
         CONSOLE_PREAMBLE + "The argc is 0\n" + DYN_HEAD + shown + CONSOLE_END, "valid device ID!\n", 0)
     # Each entry's FID register is read until it is ready, 100 times at most.
