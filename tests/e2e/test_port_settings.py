@@ -11,13 +11,6 @@ PORT_ERROR = "error: incorrect Switch port ({}) to set! \n"
 ON, OFF = "enable", "disable"
 
 
-def diffserv(queues):
-    text = "DiffServ mapping to Q       : "
-    for tos in range(64):
-        text += f"{tos:2d}-Q{queues.get(tos, 0)}  " + ("\n" + " " * 30) * (tos % 8 == 7)
-    return text + "\n"
-
-
 def test_vlaninfo_shows_port_indices_1_to_4(bench):
     # VID 2748 and the ingress filter on for index 1, insertion and discarding
     # on for index 3, removal on and VID 100 for index 4, 802.1Q on. Index 0
@@ -49,6 +42,13 @@ def test_mirrorinfo_shows_port_indices_1_to_4(bench):
                   "Mirror monitor receive :  disable     disable      enable     disable    \n"
                   "Mirror sniffer         :   enable     disable     disable     disable    \n"
                   "Mirror Rx AND Tx       :  disable\n", [("R", r, v) for r, v in pokes.items()], pokes)
+
+
+def diffserv(queues):
+    text = "DiffServ mapping to Q       : "
+    for tos in range(64):
+        text += f"{tos:2d}-Q{queues.get(tos, 0)}  " + ("\n" + " " * 30) * (tos % 8 == 7)
+    return text + "\n"
 
 
 def test_qosinfo_shows_port_indices_1_to_4_and_the_maps(bench):
