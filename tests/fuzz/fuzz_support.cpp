@@ -80,9 +80,6 @@ extern "C" FILE *fopen(const char *path, const char *mode) {
         errno = ENOENT;
         return nullptr;
     }
-    // A memory stream cannot be empty: an empty text reads as /dev/null.
-    if (file->second->empty())
-        return fopen("/dev/null", "r");
     return fmemopen(const_cast<char *>(file->second->data()), file->second->size(), "r");
 }
 
@@ -97,7 +94,6 @@ int spi_fd(SpiPath path) {
 
 zb::ChipState &reset_chip(std::uint8_t board) {
     zb::chip_reset(chip, board);
-    chip.log_on = 0;
     spi_log.clear();
     return chip;
 }
