@@ -35,9 +35,9 @@ std::set<std::string> directories;
 // The first argument as the scan reads it: a first piece of at most 1023
 // bytes, ended after the first newline, searched up to its first NUL.
 std::string_view first_argument(std::string_view cmdline) {
-    std::string_view piece = cmdline.substr(0, std::min<std::size_t>(cmdline.size(), 1023));
-    piece = piece.substr(0, std::min(piece.size(), piece.find('\n') + 1));
-    return piece.substr(0, std::min(piece.size(), piece.find('\0')));
+    const std::string_view piece =
+        cmdline.substr(0, std::min<std::size_t>(cmdline.find('\n'), 1022) + 1);
+    return piece.substr(0, piece.find('\0'));
 }
 
 bool holds(std::string_view text, std::string_view needle) {
