@@ -33,16 +33,6 @@ namespace {
 constexpr std::uint16_t LARGEST_LIMIT = 4;
 int input_fd = -1;
 
-// A chip with something in the tables that are only read: three learned
-// addresses, an overflowed counter and dropped packets.
-void fill_chip(zb::ChipState &chip) {
-    chip.dyn_count = 3;
-    for (std::uint8_t i = 0; i < 3; ++i)
-        chip.dyn[i] = zb::DynEntry{{0x02, 0, 0, 0, 0, i}, i, static_cast<std::uint8_t>(i + 1), i};
-    chip.mib[1][0] = zb::MibCounter{0x3FFFFFFF, 1};
-    chip.dropped[0] = 0xFFF0;
-}
-
 void check_tokens(const char *line) {
     char copy[LINE_BUFFER_SIZE];
     std::memcpy(copy, line, sizeof copy);
@@ -83,7 +73,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     FUZZ_CHECK(ftruncate(input_fd, 0) == 0);
     FUZZ_CHECK(pwrite(input_fd, data, size, 0) == static_cast<ssize_t>(size));
     FUZZ_CHECK(lseek(STDIN_FILENO, 0, SEEK_SET) == 0);
-    fill_chip(reset_chip(zb::kBoardNand));
+    // A chip with something in the tables that are only read: three learned
+    // addresses, an overflowed counter and dropped packets.
+    zb::ChipState &chip = reset_chip(zb::kBoardNand);
+    chip.dyn_count = 3;
+    for (std::uint8_t i = 0; i < 3; ++i)
+        chip.dyn[i] = zb::DynEntry{{0x02, 0, 0, 0, 0, i}, i, static_cast<std::uint8_t>(i + 1), i};
+    chip.mib[1][0] = zb::MibCounter{0x3FFFFFFF, 1};
+    chip.dropped[0] = 0xFFF0;
     FUZZ_CHECK(init_database() == 0);
 
     // The zeroed line buffer on the heap, as the console allocates it, so

@@ -38,11 +38,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     std::fflush(stdout);
 
     FUZZ_CHECK(spi_log.size() % 16 == 0);
-    for (std::size_t i = 0; i < spi_log.size(); ++i) {
-        FUZZ_CHECK(spi_log[i].write);
-        if (i % 16 != 0)
-            FUZZ_CHECK(spi_log[i].reg == static_cast<std::uint8_t>(spi_log[i - 1].reg + 1));
-    }
+    for (std::size_t i = 0; i < spi_log.size(); ++i)
+        FUZZ_CHECK(spi_log[i].write &&
+                   spi_log[i].reg == static_cast<std::uint8_t>(spi_log[i - i % 16].reg + i % 16));
     char output[64] = {};
     FUZZ_CHECK(pread(output_fd, output, sizeof output - 1, 0) >= 0);
     FUZZ_CHECK(output == std::to_string(spi_log.size()) + " registers written\n");
