@@ -31,7 +31,6 @@
 namespace {
 
 constexpr std::uint16_t LARGEST_LIMIT = 4;
-int input_fd = -1;
 
 void check_tokens(const char *line) {
     char copy[LINE_BUFFER_SIZE];
@@ -64,14 +63,13 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     // The product prints on standard output, libFuzzer on standard error.
     FUZZ_CHECK(std::freopen("/dev/null", "w", stdout) != nullptr);
     // Standard input is a memory file that each session rewrites.
-    input_fd = memfd_create("console-input", 0);
-    FUZZ_CHECK(input_fd >= 0 && dup2(input_fd, STDIN_FILENO) == STDIN_FILENO);
+    FUZZ_CHECK(dup2(memfd_create("console-input", 0), STDIN_FILENO) == STDIN_FILENO);
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-    FUZZ_CHECK(ftruncate(input_fd, 0) == 0);
-    FUZZ_CHECK(pwrite(input_fd, data, size, 0) == static_cast<ssize_t>(size));
+    FUZZ_CHECK(ftruncate(STDIN_FILENO, 0) == 0);
+    FUZZ_CHECK(pwrite(STDIN_FILENO, data, size, 0) == static_cast<ssize_t>(size));
     FUZZ_CHECK(lseek(STDIN_FILENO, 0, SEEK_SET) == 0);
     // A chip with something in the tables that are only read: three learned
     // addresses, an overflowed counter and dropped packets.

@@ -35,10 +35,8 @@ int transfer(SpiPath path, const spi_ioc_transfer &t) {
     auto *rx = reinterpret_cast<std::uint8_t *>(t.rx_buf);
     FUZZ_CHECK(tx != nullptr && (tx[0] == CMD_READ || tx[0] == CMD_WRITE));
     const bool write = tx[0] == CMD_WRITE;
-    if (write && path == SpiPath::console)
-        FUZZ_CHECK(rx == nullptr && t.bits_per_word == 0);
-    else
-        FUZZ_CHECK(rx != nullptr && t.bits_per_word == 8);
+    const bool console_write = write && path == SpiPath::console;
+    FUZZ_CHECK((rx == nullptr) == console_write && t.bits_per_word == (console_write ? 0 : 8));
     FUZZ_CHECK(write || tx[2] == 0xFF);
     if (write)
         zb::chip_spi_write(chip, tx[1], tx[2]);
