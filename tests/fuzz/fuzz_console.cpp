@@ -30,15 +30,13 @@
 
 namespace {
 
-constexpr std::uint16_t LARGEST_LIMIT = 4;
-
 void check_tokens(const char *line) {
     char copy[LINE_BUFFER_SIZE];
     std::memcpy(copy, line, sizeof copy);
     char *word = copy + std::strspn(copy, " \t");
     char *rest = word + std::strcspn(word, " \t");
     const std::string_view command(word, static_cast<std::size_t>(rest - word));
-    std::uint16_t limit = LARGEST_LIMIT;
+    std::uint16_t limit = 4; // the largest, for a word that names no command
     for (const CliCommand &row : cli_command_table)
         if (row.name != nullptr && command == row.name)
             limit = row.max_args;

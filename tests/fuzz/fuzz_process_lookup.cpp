@@ -50,9 +50,8 @@ extern "C" int glob(const char *pattern, int, int (*)(const char *, int), glob_t
     FUZZ_CHECK(std::strcmp(pattern, "/proc/*/cmdline") == 0);
     list->gl_pathc = directories.size();
     list->gl_pathv = static_cast<char **>(std::calloc(directories.size() + 1, sizeof(char *)));
-    char **path = list->gl_pathv;
-    for (const std::string &directory : directories)
-        *path++ = strdup(directory.c_str());
+    std::transform(directories.begin(), directories.end(), list->gl_pathv,
+                   [](const std::string &directory) { return strdup(directory.c_str()); });
     return directories.empty() ? GLOB_NOMATCH : 0;
 }
 
