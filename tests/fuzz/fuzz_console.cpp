@@ -83,12 +83,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     // that any access past its 256 bytes is seen.
     const std::unique_ptr<char[]> buffer(new char[LINE_BUFFER_SIZE]());
     char *line = buffer.get();
-    for (;;) {
-        const int length = readline(line, "=>");
-        if (length < 0) {
-            FUZZ_CHECK(line[0] == '\0');
-            return 0;
-        }
+    int length = 0;
+    while ((length = readline(line, "=>")) >= 0) {
         FUZZ_CHECK(length <= 254 && std::strlen(line) == static_cast<std::size_t>(length));
         if (length == 0)
             continue;
@@ -98,4 +94,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
             return 0;
         }
     }
+    FUZZ_CHECK(line[0] == '\0');
+    return 0;
 }
