@@ -28,7 +28,6 @@
 
 namespace {
 
-constexpr std::size_t MOST_ENTRIES = 64; // a board runs a few dozen processes
 // The directories' paths, sorted as glob sorts them.
 std::set<std::string> directories;
 
@@ -70,8 +69,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     fake_files.clear();
     // The command line of each other process that is still there, by its pid.
     std::map<std::int32_t, std::string_view> others;
-    for (std::size_t at = needle.size() + 1;
-         at + 3 <= input.size() && directories.size() < MOST_ENTRIES;) {
+    // At most 64 directories: a board runs a few dozen processes.
+    for (std::size_t at = needle.size() + 1; at + 3 <= input.size() && directories.size() < 64;) {
         const auto byte = [&](std::size_t i) { return static_cast<std::uint8_t>(input[at + i]); };
         const int kind = byte(0) & 3;
         const std::int32_t pid = kind == 0 ? self : 1 + (byte(0) >> 2);
