@@ -8,6 +8,8 @@
 #include "core/board.h"
 #include "tests/fuzz/fuzz_support.h"
 
+#include <algorithm>
+
 namespace {
 
 // Where the first text that fgets gives (a line, cut into pieces of 255
@@ -16,8 +18,7 @@ std::size_t hardware_line(std::string_view text) {
     for (std::size_t at = 0; at < text.size();) {
         if (text.substr(at).starts_with("Hardware"))
             return at;
-        const std::size_t piece = text.substr(at, 255).find('\n');
-        at += piece == std::string_view::npos ? 255 : piece + 1;
+        at += std::min<std::size_t>(text.substr(at, 255).find('\n'), 254) + 1;
     }
     return std::string_view::npos;
 }

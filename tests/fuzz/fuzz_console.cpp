@@ -30,26 +30,13 @@
 
 namespace {
 
-constexpr std::uint16_t LARGEST_LIMIT = 4;
-int input_fd = -1;
-
-// A chip with something in the tables that are only read: three learned
-// addresses, an overflowed counter and dropped packets.
-void fill_chip(zb::ChipState &chip) {
-    chip.dyn_count = 3;
-    for (std::uint8_t i = 0; i < 3; ++i)
-        chip.dyn[i] = zb::DynEntry{{0x02, 0, 0, 0, 0, i}, i, static_cast<std::uint8_t>(i + 1), i};
-    chip.mib[1][0] = zb::MibCounter{0x3FFFFFFF, 1};
-    chip.dropped[0] = 0xFFF0;
-}
-
 void check_tokens(const char *line) {
     char copy[LINE_BUFFER_SIZE];
     std::memcpy(copy, line, sizeof copy);
     char *word = copy + std::strspn(copy, " \t");
     char *rest = word + std::strcspn(word, " \t");
     const std::string_view command(word, static_cast<std::size_t>(rest - word));
-    std::uint16_t limit = LARGEST_LIMIT;
+    std::uint16_t limit = 4; // the largest, for a word that names no command
     for (const CliCommand &row : cli_command_table)
         if (row.name != nullptr && command == row.name)
             limit = row.max_args;
@@ -74,30 +61,31 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     // The product prints on standard output, libFuzzer on standard error.
     FUZZ_CHECK(std::freopen("/dev/null", "w", stdout) != nullptr);
     // Standard input is a memory file that each session rewrites.
-    input_fd = memfd_create("console-input", 0);
-    FUZZ_CHECK(input_fd >= 0 && dup2(input_fd, STDIN_FILENO) == STDIN_FILENO);
+    FUZZ_CHECK(dup2(memfd_create("console-input", 0), STDIN_FILENO) == STDIN_FILENO);
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-    FUZZ_CHECK(ftruncate(input_fd, 0) == 0);
-    FUZZ_CHECK(pwrite(input_fd, data, size, 0) == static_cast<ssize_t>(size));
+    FUZZ_CHECK(ftruncate(STDIN_FILENO, 0) == 0);
+    FUZZ_CHECK(pwrite(STDIN_FILENO, data, size, 0) == static_cast<ssize_t>(size));
     FUZZ_CHECK(lseek(STDIN_FILENO, 0, SEEK_SET) == 0);
-    fill_chip(reset_chip(zb::kBoardNand));
+    // A chip with something in the tables that are only read: three learned
+    // addresses, an overflowed counter and dropped packets.
+    zb::ChipState &chip = reset_chip(zb::kBoardNand);
+    chip.dyn_count = 3;
+    for (std::uint8_t i = 0; i < 3; ++i)
+        chip.dyn[i] = zb::DynEntry{{0x02, 0, 0, 0, 0, i}, i, static_cast<std::uint8_t>(i + 1), i};
+    chip.mib[1][0] = zb::MibCounter{0x3FFFFFFF, 1};
+    chip.dropped[0] = 0xFFF0;
     FUZZ_CHECK(init_database() == 0);
 
     // The zeroed line buffer on the heap, as the console allocates it, so
     // that any access past its 256 bytes is seen.
     const std::unique_ptr<char[]> buffer(new char[LINE_BUFFER_SIZE]());
     char *line = buffer.get();
-    for (;;) {
-        const int length = readline(line, "=>");
-        if (length < 0) {
-            FUZZ_CHECK(line[0] == '\0');
-            return 0;
-        }
-        FUZZ_CHECK(length <= 254 && line[length] == '\0' &&
-                   std::strlen(line) == static_cast<std::size_t>(length));
+    int length = 0;
+    while ((length = readline(line, "=>")) >= 0) {
+        FUZZ_CHECK(length <= 254 && std::strlen(line) == static_cast<std::size_t>(length));
         if (length == 0)
             continue;
         check_tokens(line);
@@ -106,4 +94,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
             return 0;
         }
     }
+    FUZZ_CHECK(line[0] == '\0');
+    return 0;
 }

@@ -40,12 +40,6 @@ int leaves_ran = 0;
 bool usage_ran = false;
 std::jmp_buf after_usage;
 
-bool inside_arguments(const char *text, const std::vector<char *> &arguments) {
-    return std::any_of(arguments.begin(), arguments.end(), [text](const char *argument) {
-        return text >= argument && text <= argument + std::strlen(argument);
-    });
-}
-
 } // namespace
 
 [[noreturn]] void print_usage(const char *) {
@@ -83,9 +77,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     argv.push_back(nullptr);
     const int argc = static_cast<int>(arguments.size());
 
-    tool_state = ToolState{};
-    tool_state.spi_fd = spi_fd(SpiPath::tool);
-    tool_state.board_kind = BOARD_NAND;
+    tool_state = ToolState{.spi_fd = spi_fd(SpiPath::tool), .board_kind = BOARD_NAND};
     const char *const default_device = tool_state.spi_device;
     reset_chip(zb::kBoardNand);
     leaves_ran = 0;
@@ -93,10 +85,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     optind = 0; // a fresh scan
 
     parse_options(argc, argv.data());
-    FUZZ_CHECK(tool_state.spi_device == default_device ||
-               inside_arguments(tool_state.spi_device, arguments));
-    FUZZ_CHECK(tool_state.config_path == nullptr ||
-               inside_arguments(tool_state.config_path, arguments));
+    const auto inside_arguments = [&arguments](const char *text) {
+        return std::any_of(arguments.begin(), arguments.end(), [text](const char *argument) {
+            return text >= argument && text <= argument + std::strlen(argument);
+        });
+    };
+    FUZZ_CHECK(tool_state.spi_device == default_device || inside_arguments(tool_state.spi_device));
+    FUZZ_CHECK(tool_state.config_path == nullptr || inside_arguments(tool_state.config_path));
 
     if (setjmp(after_usage) == 0)
         run_action(ActionContext{argc, argc > 0 ? argv[0] : "", NAND_PROFILE});

@@ -12,8 +12,8 @@
 //
 // Besides the sanitizers (and the leak check, which sees a file or a list
 // left unreleased), each scan checks:
-// - find_process never gives its own pid;
-// - a pid it gives is another process's, whose command line holds the needle;
+// - a pid find_process gives is another process's (never its own), whose
+//   command line holds the needle;
 // - when another process's first argument (up to its first NUL, within the
 //   first line and the first 1023 bytes) holds the needle, it gives a pid.
 #include "core/process_lookup.h"
@@ -23,23 +23,20 @@
 #include <cstring>
 #include <glob.h>
 #include <map>
+#include <set>
 #include <unistd.h>
 
 namespace {
 
-constexpr std::size_t MOST_ENTRIES = 64; // a board runs a few dozen processes
-// The directories, sorted by their path as glob sorts them: the pid of
-// another process (0 for its own, self, or one that has gone) and its
-// command line.
-std::map<std::string, std::pair<std::int32_t, std::string_view>> directories;
-bool list_held = false;
+// The directories' paths, sorted as glob sorts them.
+std::set<std::string> directories;
 
 // The first argument as the scan reads it: a first piece of at most 1023
 // bytes, ended after the first newline, searched up to its first NUL.
 std::string_view first_argument(std::string_view cmdline) {
-    std::string_view piece = cmdline.substr(0, std::min<std::size_t>(cmdline.size(), 1023));
-    piece = piece.substr(0, std::min(piece.size(), piece.find('\n') + 1));
-    return piece.substr(0, std::min(piece.size(), piece.find('\0')));
+    const std::string_view piece =
+        cmdline.substr(0, std::min<std::size_t>(cmdline.find('\n'), 1022) + 1);
+    return piece.substr(0, piece.find('\0'));
 }
 
 bool holds(std::string_view text, std::string_view needle) {
@@ -50,19 +47,14 @@ bool holds(std::string_view text, std::string_view needle) {
 
 extern "C" int glob(const char *pattern, int, int (*)(const char *, int), glob_t *list) noexcept {
     FUZZ_CHECK(std::strcmp(pattern, "/proc/*/cmdline") == 0);
-    FUZZ_CHECK(!list_held);
-    list_held = true;
     list->gl_pathc = directories.size();
     list->gl_pathv = static_cast<char **>(std::calloc(directories.size() + 1, sizeof(char *)));
-    char **path = list->gl_pathv;
-    for (const auto &directory : directories)
-        *path++ = strdup(directory.first.c_str());
+    std::transform(directories.begin(), directories.end(), list->gl_pathv,
+                   [](const std::string &directory) { return strdup(directory.c_str()); });
     return directories.empty() ? GLOB_NOMATCH : 0;
 }
 
 extern "C" void globfree(glob_t *list) noexcept {
-    FUZZ_CHECK(list_held);
-    list_held = false;
     for (std::size_t i = 0; i < list->gl_pathc; ++i)
         std::free(list->gl_pathv[i]);
     std::free(list->gl_pathv);
@@ -75,8 +67,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 
     directories.clear();
     fake_files.clear();
-    for (std::size_t at = needle.size() + 1;
-         at + 3 <= input.size() && directories.size() < MOST_ENTRIES;) {
+    // The command line of each other process that is still there, by its pid.
+    std::map<std::int32_t, std::string_view> others;
+    // At most 64 directories: a board runs a few dozen processes.
+    for (std::size_t at = needle.size() + 1; at + 3 <= input.size() && directories.size() < 64;) {
         const auto byte = [&](std::size_t i) { return static_cast<std::uint8_t>(input[at + i]); };
         const int kind = byte(0) & 3;
         const std::int32_t pid = kind == 0 ? self : 1 + (byte(0) >> 2);
@@ -84,23 +78,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         at += 3 + cmdline.size();
         const std::string path =
             "/proc/" + (kind == 1 ? std::string("self") : std::to_string(pid)) + "/cmdline";
-        // One directory per process.
-        if (directories.emplace(path, std::pair(kind == 3 && pid != self ? pid : 0, cmdline))
-                .second)
-            fake_files.emplace_back(path, kind == 2 ? std::nullopt : std::optional(cmdline));
+        if (!directories.insert(path).second)
+            continue; // one directory per process
+        fake_files.emplace_back(path, kind == 2 ? std::nullopt : std::optional(cmdline));
+        if (kind == 3 && pid != self)
+            others.emplace(pid, cmdline);
     }
 
     const std::int32_t found = find_process(needle.c_str());
-    FUZZ_CHECK(!list_held);
-    FUZZ_CHECK(found != self);
-    bool expected_hit = false;
-    bool found_listed = found == 0;
-    for (const auto &[path, process] : directories) {
-        const auto [pid, cmdline] = process;
-        expected_hit = expected_hit || (pid != 0 && holds(first_argument(cmdline), needle));
-        found_listed = found_listed || (pid != 0 && pid == found && holds(cmdline, needle));
-    }
-    FUZZ_CHECK(found_listed);
-    FUZZ_CHECK(found != 0 || !expected_hit);
+    // Its own pid, or one not listed, has an empty command line here.
+    FUZZ_CHECK(found == 0 || holds(others[found], needle));
+    for (const auto &[pid, cmdline] : others)
+        FUZZ_CHECK(found != 0 || !holds(first_argument(cmdline), needle));
     return 0;
 }

@@ -13,38 +13,29 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-namespace {
-
 constexpr const char *PATH = "/etc/switch.regs";
-int output_fd = -1;
-
-} // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     // The loader's output is read back from a memory file.
-    output_fd = memfd_create("output", 0);
-    FUZZ_CHECK(output_fd >= 0 && dup2(output_fd, STDOUT_FILENO) == STDOUT_FILENO);
+    FUZZ_CHECK(dup2(memfd_create("output", 0), STDOUT_FILENO) == STDOUT_FILENO);
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     fake_files = {{PATH, std::string_view(reinterpret_cast<const char *>(data), size)}};
-    FUZZ_CHECK(ftruncate(output_fd, 0) == 0 && lseek(STDOUT_FILENO, 0, SEEK_SET) == 0);
+    FUZZ_CHECK(ftruncate(STDOUT_FILENO, 0) == 0 && lseek(STDOUT_FILENO, 0, SEEK_SET) == 0);
     reset_chip(zb::kBoardNand);
-    tool_state.spi_fd = spi_fd(SpiPath::tool);
-    tool_state.config_path = PATH;
+    tool_state = ToolState{.spi_fd = spi_fd(SpiPath::tool), .config_path = PATH};
 
     load_config_file();
     std::fflush(stdout);
 
     FUZZ_CHECK(spi_log.size() % 16 == 0);
-    for (std::size_t i = 0; i < spi_log.size(); ++i) {
-        FUZZ_CHECK(spi_log[i].write);
-        if (i % 16 != 0)
-            FUZZ_CHECK(spi_log[i].reg == static_cast<std::uint8_t>(spi_log[i - 1].reg + 1));
-    }
+    for (std::size_t i = 0; i < spi_log.size(); ++i)
+        FUZZ_CHECK(spi_log[i].write &&
+                   spi_log[i].reg == static_cast<std::uint8_t>(spi_log[i - i % 16].reg + i % 16));
     char output[64] = {};
-    FUZZ_CHECK(pread(output_fd, output, sizeof output - 1, 0) >= 0);
+    FUZZ_CHECK(pread(STDOUT_FILENO, output, sizeof output - 1, 0) >= 0);
     FUZZ_CHECK(output == std::to_string(spi_log.size()) + " registers written\n");
     return 0;
 }
