@@ -151,8 +151,6 @@ def test_pid_file_that_cannot_be_created(bench):
                  [("R", 0, 0x95), ("R", 1, 0x61)], id="dump-of-failed-reads"),
     # The traffic gates: closing either also clears bit 7 of register 4.
     ([("poke", 49, 0x41)], "-1 1", 0, "", "", [("R", 49, 0x41), ("W", 49, 0x5B)]),
-    ([("poke", 49, 0xFF), ("poke", 4, 0x81)], "-1 2", 0, "", "",
-     [("R", 4, 0x81), ("W", 4, 0x01), ("R", 49, 0xFF), ("W", 49, 0xE5)]),
     ([("poke", 33, 0xFF), ("poke", 4, 0x81)], "-2 0", 0, "", "",
      [("R", 4, 0x81), ("W", 4, 0x01), ("R", 33, 0xFF), ("W", 33, 0xE3)]),
     ([], "-c /nonexistent/regs", 0, "Error while opening /nonexistent/regs\n", "", []),
