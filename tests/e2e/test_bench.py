@@ -28,9 +28,8 @@ def test_real_clients_read_the_chip_id(bench):
      [0x95, 0x60, 0x20, 0x00, 0xA5]),
     ([("managed", 0)], [[104, 0x12]] + reads(0, 1, 104), [0xFF, 0xFF, 0xFF]),
     # Static MAC row 3 written in the write layout, read back in the read layout.
-    ([], [[113, 5], [114, 0xE2]] + [[115 + i, i + 1] for i in range(6)] + [[110, 0], [111, 3], [110, 0x10],
-                                                                             [111, 3]] + reads(*range(113, 121)),
-     [0x0B, 0x62, 1, 2, 3, 4, 5, 6]),
+    ([], [[113, 5], [114, 0xE2]] + [[115 + i, i + 1] for i in range(6)] + [[110, 0], [111, 3], [110, 0x10], [111, 3]]
+     + reads(*range(113, 121)), [0x0B, 0x62, 1, 2, 3, 4, 5, 6]),
     # VID 5 is row 1 of table address 1.
     ([("vlan", "set", 5, 3, 0x11, 1)], [[110, 0x14], [111, 1]] + reads(*range(114, 121)),
      list(bytes.fromhex("00000003106000"))),
