@@ -9,7 +9,8 @@ CTRL_W = b"readline: case 0x17\n"
 RRB_USAGE = "Usage: rrb        <RegNum>                -- register read in byte\n\n"
 
 
-# Each case ends with Ctrl-C, which adds nothing to the screen.
+# Each case ends with Ctrl-C, which adds nothing to the screen and ends the
+# console: neither the cancelled line nor what follows runs.
 @pytest.mark.parametrize("keys,shown", [
     # Tabs stop every 8 columns; the prompt takes columns 0 and 1.
     (b"\tx", b"  " * 3 + b"x"),
@@ -26,7 +27,7 @@ RRB_USAGE = "Usage: rrb        <RegNum>                -- register read in byte\
     (b"\t" * 254 + b"a", b" " * 6 + b" " * 8 * 253 + b"\x07"),
 ])
 def test_echo_of_editing_keys(bench, keys, shown):
-    res = bench.run(["-C"], stdin=keys + b"\x03")
+    res = bench.run(["-C"], stdin=keys + b"\x03rwb 10 6\n")
     assert (res.rc, res.err) == (0, VALID)
     assert res.out_bytes == CONSOLE_PREAMBLE.encode() + b"=>" + shown + CONSOLE_END.encode()
     assert command_xfers(bench) == []
