@@ -66,6 +66,7 @@ def test_status_line(request, board, setup, line, regs):
     ("processor\t: 0\nHardware\t: Zorvi HPB-NOR rev 2\nRevision\t: 0000\n", NOR + "UNMANAGED/undetected\n"),
     ("x" * 255 + "Hardware\t: Zorvi HPB-NOR\n", NOR + "UNMANAGED/undetected\n"),  # read in pieces of 255
     pytest.param(None, OOPS, marks=pytest.mark.preload_only("the kernel's /proc/cpuinfo is always there")),
+    ("processor\t: 0\nBogoMIPS\t: 100\n", OOPS),
     ("Hardware without a colon Zorvi HPB-NAND\n", OOPS),
     ("Hardware\t: Other board\nHardware\t: Zorvi HPB-NAND\n", OOPS),
     ("Hardware:", OOPS),  # nothing after the colon
