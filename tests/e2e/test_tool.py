@@ -60,8 +60,9 @@ def test_status_line(request, board, setup, line, regs):
 
 # --- board identification ------------------------------------------------
 
-# On the NAND bench's chip a NOR board finds another chip id. An unknown board
-# ends the run before either role: no pid file, no transfer.
+# The machine name is matched as a prefix; on the NAND bench's chip a NOR board
+# finds another chip id. An unknown board ends the run before either role: no
+# pid file, no transfer.
 @pytest.mark.parametrize("cpuinfo,out", [
     ("processor\t: 0\nHardware\t: Zorvi HPB-NOR rev 2\nRevision\t: 0000\n", NOR + "UNMANAGED/undetected\n"),
     ("x" * 255 + "Hardware\t: Zorvi HPB-NOR\n", NOR + "UNMANAGED/undetected\n"),  # read in pieces of 255
