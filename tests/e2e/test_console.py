@@ -142,4 +142,3 @@ def test_help_prints_the_usage_table(bench):
     assert lines[17:19] == ["", "help                               -- Display help message."]
     assert lines[-3:] == ["rateinfo                           -- show all the port's rate limit"
                           " configuration.", "", ""]
-    assert command_xfers(bench) == []
