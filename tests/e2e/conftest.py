@@ -12,10 +12,10 @@ from bench import VM, Bench  # noqa: E402
 
 
 def pytest_configure(config):
-    config.addinivalue_line("markers", "preload_only(reason): needs what only the preload bench sees or "
-                            "fakes (calls inside the program, faults the kernel does not produce); skipped in the VM")
-    config.addinivalue_line("markers", "vm_only(reason): the kernel's answer, where the preload bench's differs "
-                            "by design; skipped on the preload bench")
+    # preload_only: what only the preload bench sees or fakes (calls inside the program, faults the
+    # kernel does not produce); vm_only: the kernel's answer, where the preload bench's differs.
+    for name in ("preload_only", "vm_only"):
+        config.addinivalue_line("markers", f"{name}(reason): skipped on the other bench")
 
 
 def pytest_runtest_setup(item):

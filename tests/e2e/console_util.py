@@ -8,9 +8,6 @@ WRITE_OK = "Switch SPI write/read selftest OK.\n"
 CONSOLE_PREAMBLE = OPEN_LINE + READ_OK + WRITE_OK + "KSZ8895 CLI Function version  1.0.2 .\n"
 VALID = "valid device ID!\n"
 CONSOLE_END = "exit cli function.\n"
-# Transfers a console makes before its first command: the self-test (767)
-# and the device id check (1).
-CONSOLE_START_XFERS = 768
 EIO = "can't send spi message: Input/output error\n"
 # The tool's own set-up on a device that is not there.
 NO_DEVICE = ("can't open device: No such file or directory\ncan't set spi mode: Bad file descriptor\n"
@@ -30,8 +27,9 @@ def console_session(bench, *lines, exit_line=True):
     return res
 
 
+# The transfers after the console's start: the self-test (767) and the device id check (1).
 def command_xfers(bench):
-    return bench.xfers()[CONSOLE_START_XFERS:]
+    return bench.xfers()[768:]
 
 
 # Runs the tool and checks its exit status, standard output and error.

@@ -10,7 +10,7 @@ NAND = "Zorvi HPB-NAND KSZ8864 "
 NOR = "Zorvi HPB-NOR KSZ8893 "
 GPIO = "/sys/class/gpio/"
 PID_FILE = "/var/run/switch_config.pid"
-READ_0 = "Register offset   0 (0x0) = 0x95\n"
+OOPS = " Oops unknown hardware...\n"
 USAGE = (
     "Usage: {} [-DmurwvcdMCy12h]\n"
     "  -D | --device         spi device to use, default {}\n"
@@ -46,45 +46,40 @@ def start_named(bench, argv0, args=("60",), prog="/bin/sleep"):
 
 # --- status line ---------------------------------------------------------
 
-# An unmanaged chip, or one with another board's id, shows neither links nor daemon.
 @pytest.mark.parametrize("board,setup,line,regs", [
     ("bench", [("link", 1, "down"), ("link", 2, "down")], NAND + "MANAGED port1_link DOWN port2_link DOWN", [46, 62]),
     ("bench_nor", [("link", 2, "down")], NOR + "MANAGED port1_link UP port2_link DOWN", [30, 46]),
-    ("bench", [("poke", 0, 0x88)], NAND + "UNMANAGED/undetected\n", []),
 ])
 def test_status_line(request, board, setup, line, regs):
     bench = request.getfixturevalue(board)
     for args in setup:
         bench.ctl(*args)
-    check(bench, [], 0, line + (" daemon NONE\n" if regs else ""))
+    check(bench, [], 0, line + " daemon NONE\n")
     assert [x[:2] for x in bench.xfers()] == [("R", r) for r in [0] + regs]
 
 
 # --- board identification ------------------------------------------------
 
-@pytest.mark.parametrize("cpuinfo,board", [
-    ("processor\t: 0\nHardware\t: Zorvi HPB-NOR rev 2\nRevision\t: 0000\n", NOR),  # a prefix
-    ("x" * 255 + "Hardware\t: Zorvi HPB-NOR\n", NOR),  # a long line is read in pieces of 255
-    pytest.param(None, None, marks=pytest.mark.preload_only("the kernel's /proc/cpuinfo is always there")),
-    ("processor\t: 0\nBogoMIPS\t: 100\n", None),
-    ("Hardware without a colon Zorvi HPB-NAND\n", None),
-    ("Hardware\t: Other board\nHardware\t: Zorvi HPB-NAND\n", None),
-    ("Hardware:Zorvi HPB-NAND\n", None),  # the character after the colon is skipped
-    ("Hardware:", None),  # nothing after the colon
+# The machine name is matched as a prefix; on the NAND bench's chip a NOR board
+# finds another chip id. An unknown board ends the run before either role: no
+# pid file, no transfer.
+@pytest.mark.parametrize("cpuinfo,out", [
+    ("processor\t: 0\nHardware\t: Zorvi HPB-NOR rev 2\nRevision\t: 0000\n", NOR + "UNMANAGED/undetected\n"),
+    ("x" * 255 + "Hardware\t: Zorvi HPB-NOR\n", NOR + "UNMANAGED/undetected\n"),  # read in pieces of 255
+    pytest.param(None, OOPS, marks=pytest.mark.preload_only("the kernel's /proc/cpuinfo is always there")),
+    ("processor\t: 0\nBogoMIPS\t: 100\n", OOPS),
+    ("Hardware without a colon Zorvi HPB-NAND\n", OOPS),
+    ("Hardware\t: Other board\nHardware\t: Zorvi HPB-NAND\n", OOPS),
+    ("Hardware:", OOPS),  # nothing after the colon
 ])
-def test_board_is_told_by_the_machine_name(bench, cpuinfo, board):
+def test_board_is_told_by_the_machine_name(bench, cpuinfo, out):
     if cpuinfo is None:
         os.unlink(bench.path("/proc/cpuinfo"))
     else:
         bench.path("/proc/cpuinfo").write_text(cpuinfo)
-    if board is not None:
-        assert bench.run([]).out.startswith(board)
-        return
-    # An unknown board ends the run before either role, whatever the options.
-    for args in ([], ["-h"]):
-        check(bench, args, 0, " Oops unknown hardware...\n")
-    assert not os.path.exists(bench.path(PID_FILE))
-    assert bench.xfers() == []
+    check(bench, [], 0, out)
+    assert os.path.exists(bench.path(PID_FILE)) == (out != OOPS)
+    assert bench.xfers() == ([] if out == OOPS else [("R", 0, 0x95)])
 
 
 # --- usage and exclusion ------------------------------------------------
@@ -145,9 +140,8 @@ def test_pid_file_that_cannot_be_created(bench):
 # error and transfers.
 @pytest.mark.parametrize("setup,args,rc,out,err,xfers", [
     ([], "-r 0x10", 0, "Register offset  16 (0x10) = 0x22\n", "", [("R", 16, 0x22)]),
-    ([], "-r 010", 0, "Register offset   8 (0x8) = 0x11\n", "", [("R", 8, 0x11)]),
-    ([], "-r 300", 0, "Register offset  44 (0x2C) = 0x33\n", "", [("R", 44, 0x33)]),
-    ([], "-x -r 0", 0, READ_0, "switch_config: invalid option -- 'x'\n", [("R", 0, 0x95)]),
+    ([], "-x -r 300", 0, "Register offset  44 (0x2C) = 0x33\n", "switch_config: invalid option -- 'x'\n",
+     [("R", 44, 0x33)]),
     ([], "-w 0x20 -v 7 -v 0x3c", 0, "writing 0x3C in 0x20\n", "", [("W", 0x20, 0x3C)]),
     ([], "-w 5", 0, "write error: value is missing\n", "", []),
     ([], "-v 5", 0, "write error: offset is missing\n", "", []),
@@ -156,8 +150,6 @@ def test_pid_file_that_cannot_be_created(bench):
                  [("R", 0, 0x95), ("R", 1, 0x61)], id="dump-of-failed-reads"),
     # The traffic gates: closing either also clears bit 7 of register 4.
     ([("poke", 49, 0x41)], "-1 1", 0, "", "", [("R", 49, 0x41), ("W", 49, 0x5B)]),
-    ([("poke", 49, 0xFF), ("poke", 4, 0x81)], "-1 2", 0, "", "",
-     [("R", 4, 0x81), ("W", 4, 0x01), ("R", 49, 0xFF), ("W", 49, 0xE5)]),
     ([("poke", 33, 0xFF), ("poke", 4, 0x81)], "-2 0", 0, "", "",
      [("R", 4, 0x81), ("W", 4, 0x01), ("R", 33, 0xFF), ("W", 33, 0xE3)]),
     ([], "-c /nonexistent/regs", 0, "Error while opening /nonexistent/regs\n", "", []),
@@ -165,7 +157,7 @@ def test_pid_file_that_cannot_be_created(bench):
      NO_DEVICE + "can't send spi message: Bad file descriptor\n", []),
 ])
 def test_one_run(bench, setup, args, rc, out, err, xfers):
-    prepare(bench, {8: 0x11, 16: 0x22, 44: 0x33})
+    prepare(bench, {16: 0x22, 44: 0x33})
     for ctl in setup:
         bench.ctl(*ctl)
     check(bench, args.split(), rc, out, err)
@@ -176,15 +168,10 @@ def test_one_run(bench, setup, args, rc, out, err, xfers):
 # the transfers stay, and nothing lands in what the process opens next (on the
 # bench, where openlog opens no socket, its state file, which a stray write
 # would wreck for the next run).
-@pytest.mark.parametrize("closed,fault,out", [
-    ((1,), None, ""),
-    ((2,), "xfer", "Register offset   5 (0x5) = 0xFF\n"),
-])
-def test_closed_outputs_write_nowhere(bench, closed, fault, out):
+def test_closed_outputs_write_nowhere(bench):
     prepare(bench, {5: 0x2A})
-    if fault:
-        bench.fault(fault)
-    check(bench, ["-r", "5"], 0, out, closed=closed)
+    bench.fault("xfer")  # for a message on standard error
+    check(bench, ["-r", "5"], 0, "", closed=(1, 2))
     assert [(x.op, x.reg) for x in bench.xfer_events()] == [("R", 5)]
     bench.clear_faults()
     assert bench.run(["-r", "5"]).out == "Register offset   5 (0x5) = 0x2A\n"
@@ -193,8 +180,7 @@ def test_closed_outputs_write_nowhere(bench, closed, fault, out):
 # --- dump and load --------------------------------------------------------
 
 def test_dump_reads_all_registers_in_order(bench, tmp_path):
-    for reg in range(2, 40):
-        bench.poke(reg, (reg * 7) & 0xFF)
+    prepare(bench, {reg: (reg * 7) & 0xFF for reg in range(2, 40)})
     values = bench.regs()
     res = check(bench, ["-d"], 0, dump_text(values))
     assert bench.xfers() == [("R", r, values[r]) for r in range(256)]
@@ -212,11 +198,9 @@ def test_dump_reads_all_registers_in_order(bench, tmp_path):
     # A comment, an empty, a short line and a base that is no number write nothing.
     ("0000 01 02 03 04 05 06 07 08 09 0a 0b 0c 0d 0e 0f 10 # tail\n\n0040 01 02\n"
      "zz 01 02 03 04 05 06 07 08 09 0a 0b 0c 0d 0e 0f 10\n", []),
-    # At most 4 digits for the base and 2 per value: longer numbers split.
+    # At most 4 digits for the base and 2 per value: longer numbers split; the
+    # register number wraps at 256.
     ("12345 1 2 3 4 5 6 7 8 9 a b c d e f\n", [(0x34, 5)] + [(0x35 + i, i + 1) for i in range(15)]),
-    ("00f8 00 01 02 03 04 05 06 07 08 09 0a 0b 0c 0d 0e 0f\n", [(0xF8 + i, i) for i in range(8)] + [(i, 8 + i) for i in range(8)]),
-    ("50 1 2 3 4 5 6 7 8 9 a b c d e f 10\n50 ff ff ff ff ff ff ff ff ff ff ff ff ff ff ff 77\n",
-     [(0x50 + i, i + 1) for i in range(16)] + [(0x50 + i, 0xFF) for i in range(15)] + [(0x5F, 0x77)]),
     # A line longer than the buffer reaches the loader in pieces of 255.
     ("0060" + " 11" * 16 + " " * 203 + "0070" + " 22" * 16 + "\n",
      [(0x60 + i, 0x11) for i in range(16)] + [(0x70 + i, 0x22) for i in range(16)]),

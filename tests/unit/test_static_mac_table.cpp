@@ -7,20 +7,20 @@
 namespace {
 
 TEST(MacText, ParsesSixBytes) {
-    using Mac = std::array<std::uint8_t, 6>;
+    // One byte more than a MAC address, which the parser leaves alone.
+    using Mac = std::array<std::uint8_t, 7>;
     const struct {
         const char *text;
         Mac mac;
-    } cases[] = {{"08:00:70:22:44:01", {0x08, 0x00, 0x70, 0x22, 0x44, 0x01}},
-                 // Short texts leave the remaining bytes 0.
-                 {"12:34", {0x12, 0x34, 0, 0, 0, 0}},
+    } cases[] = {// Short texts leave the remaining bytes 0.
+                 {"12:34", {0x12, 0x34, 0, 0, 0, 0, 0xEE}},
                  // Each byte keeps its low 8 bits.
-                 {"123:4:5:6:7:8", {0x23, 0x04, 0x05, 0x06, 0x07, 0x08}},
+                 {"123:4:5:6:7:8", {0x23, 0x04, 0x05, 0x06, 0x07, 0x08, 0xEE}},
                  // The separator is any one character; one that is no digit
                  // in a byte's place gives 0 and is stepped over.
-                 {"AA-bb::Cc/dd", {0xAA, 0xBB, 0x00, 0xCC, 0xDD, 0x00}},
-                 // Bytes past the sixth are not looked at.
-                 {"1:2:3:4:5:6:7:8", {1, 2, 3, 4, 5, 6}}};
+                 {"AA-bb::Cc/dd", {0xAA, 0xBB, 0x00, 0xCC, 0xDD, 0x00, 0xEE}},
+                 // Bytes past the sixth are neither looked at nor stored.
+                 {"1:2:3:4:5:6:7:8", {1, 2, 3, 4, 5, 6, 0xEE}}};
     for (const auto &c : cases) {
         Mac mac;
         mac.fill(0xEE);

@@ -4,28 +4,9 @@
 
 #include <getopt.h>
 #include <gtest/gtest.h>
-
-#include <cstring>
-#include <string>
-#include <vector>
+#include <wordexp.h>
 
 namespace {
-
-// Runs the option parser on a fresh ToolState with the blank-separated words;
-// the parser keeps pointers into them, so they live on to the next call.
-void parse(const char *line) {
-    static std::string text;
-    text = line;
-    std::vector<char *> argv{const_cast<char *>("switch_config")};
-    for (char *word = std::strtok(text.data(), " "); word != nullptr;
-         word = std::strtok(nullptr, " "))
-        argv.push_back(word);
-    argv.push_back(nullptr);
-    tool_state = ToolState{};
-    optind = 0; // restart getopt's scan
-    opterr = 0;
-    parse_options(static_cast<int>(argv.size() - 1), argv.data());
-}
 
 TEST(Options, FlagsAndFields) {
     const struct {
@@ -39,7 +20,16 @@ TEST(Options, FlagsAndFields) {
          ACT_DUMP_MIB | ACT_CONSOLE | ACT_MAC_DYN | ACT_HELP | ACT_MANAGED | ACT_DUMP, 0, 0, 0},
     };
     for (const auto &c : cases) {
-        parse(c.line);
+        // The words after a first slot for the program's name.
+        wordexp_t words{};
+        words.we_offs = 1;
+        ASSERT_EQ(wordexp(c.line, &words, WRDE_DOOFFS), 0);
+        words.we_wordv[0] = const_cast<char *>("switch_config");
+        tool_state = ToolState{};
+        optind = 0; // restart getopt's scan
+        opterr = 0;
+        parse_options(static_cast<int>(words.we_wordc + 1), words.we_wordv);
+        wordfree(&words);
         EXPECT_EQ(tool_state.action_flags, c.flags) << c.line;
         EXPECT_EQ(tool_state.read_addr, c.read_addr) << c.line;
         EXPECT_EQ(tool_state.write_addr, c.write_addr) << c.line;
