@@ -30,12 +30,6 @@ def install(prefix, destdir=None):
     return Path(destdir) if destdir is not None else Path("/")
 
 
-def tree(root):
-    # {relative path: permission bits, or link target} of the files.
-    return {str(p.relative_to(root)): os.readlink(p) if p.is_symlink() else stat.S_IMODE(p.stat().st_mode)
-            for p in root.rglob("*") if p.is_symlink() or p.is_file()}
-
-
 # -- the installed tree -----------------------------------------------------------
 
 # The files under the prefix, and under the configuration directory.
@@ -50,8 +44,10 @@ ETC_FILES = {f"init.d/{INIT_SCRIPT}": 0o755, "default/switch_daemon": 0o644}
 @pytest.mark.parametrize("prefix,etc", [("/usr", "etc"), ("/usr/local", "usr/local/etc")])
 def test_install_lays_out_the_tree(tmp_path, prefix, etc):
     root = install(prefix, destdir=tmp_path / "stage")
-    assert tree(root) == ({str(Path(prefix[1:], path)): mode for path, mode in PREFIX_FILES.items()}
-                          | {f"{etc}/{path}": mode for path, mode in ETC_FILES.items()})
+    files = {str(p.relative_to(root)): os.readlink(p) if p.is_symlink() else stat.S_IMODE(p.stat().st_mode)
+             for p in root.rglob("*") if p.is_symlink() or p.is_file()}
+    assert files == ({str(Path(prefix[1:], path)): mode for path, mode in PREFIX_FILES.items()}
+                     | {f"{etc}/{path}": mode for path, mode in ETC_FILES.items()})
     # The scripts name the installed paths, not the staging directory.
     script = (root / etc / "init.d" / INIT_SCRIPT).read_text()
     unit = (root / prefix[1:] / UNIT).read_text()
@@ -61,20 +57,15 @@ def test_install_lays_out_the_tree(tmp_path, prefix, etc):
     assert f"EnvironmentFile=-/{etc}/default/switch_daemon\n" in unit
     assert f"ExecStartPre=+systemd-tmpfiles --create {prefix}/lib/tmpfiles.d/switch_daemon.conf\n" in unit
     assert str(tmp_path) not in script + unit
-
-
-def test_buildroot_package_writes_the_start_scripts_as_cmake_does(tmp_path):
-    # The Buildroot package makes the start scripts from the same templates
-    # with its own substitutions: they must come out as CMake's for /usr.
-    mk = (REPO / "packaging/buildroot/package/zorvi-switch/zorvi-switch.mk").read_text()
-    script = re.search(r"^ZORVI_SWITCH_SUBSTITUTIONS = (.*)$", mk, re.M).group(1)
-    root = install("/usr", destdir=tmp_path / "stage")
-    for template, installed in [("init.d/switch_daemon.in", f"etc/init.d/{INIT_SCRIPT}"),
-                                ("systemd/switch_daemon.service.in", "usr/" + UNIT)]:
-        res = subprocess.run(["sed", "-e", script, str(REPO / "packaging" / template)],
-                             capture_output=True, text=True, check=True)
-        assert re.search(r"@[A-Z_]+@", res.stdout) is None
-        assert res.stdout == (root / installed).read_text()
+    if prefix == "/usr":
+        # The Buildroot package makes the start scripts from the same
+        # templates with its own substitutions: they come out as CMake's.
+        mk = (REPO / "packaging/buildroot/package/zorvi-switch/zorvi-switch.mk").read_text()
+        sed = re.search(r"^ZORVI_SWITCH_SUBSTITUTIONS = (.*)$", mk, re.M).group(1)
+        for template, text in [("init.d/switch_daemon.in", script), ("systemd/switch_daemon.service.in", unit)]:
+            res = subprocess.run(["sed", "-e", sed, str(REPO / "packaging" / template)],
+                                 capture_output=True, text=True, check=True)
+            assert res.stdout == text
 
 
 # -- man pages -----------------------------------------------------------------------
