@@ -43,8 +43,6 @@ cd /
 exec "$@"
 """
 
-PATH = "/usr/sbin:/usr/bin:/sbin:/bin"
-
 # dpkg's own records, which change with every run of it; a purge
 # leaves the rest of the root as it found it.
 BOOKKEEPING = ("var/lib/dpkg/", "var/log/dpkg.log")
@@ -105,7 +103,7 @@ class DebRoot:
     def run(self, cmd):
         # Runs cmd inside the root with a clean environment.
         enter = ["unshare", "--mount", "--pid", "--net", "--fork", "/bin/sh", "-c", ENTER, "sh", self.path]
-        inner = ["/usr/bin/env", "-i", f"PATH={PATH}", "LC_ALL=C"]
+        inner = ["/usr/bin/env", "-i", "PATH=/usr/sbin:/usr/bin:/sbin:/bin", "LC_ALL=C"]
         return subprocess.run(enter + inner + list(cmd), capture_output=True, text=True, timeout=120)
 
     def snapshot(self):
