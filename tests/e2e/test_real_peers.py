@@ -10,7 +10,7 @@ import signal
 
 import pytest
 
-from test_daemon import BROADCASTING, ERR, INFO, RECEIVED, RUNNING, notified, start_daemon, state_text
+from test_daemon import BROADCASTING, DAEMON_PID_FILE, ERR, INFO, RECEIVED, RUNNING, notified, state_text
 
 from bench import VM, wait_for
 
@@ -100,8 +100,13 @@ def test_daemon_with_real_syslog_multicast_and_avahi(bench, tmp_path, monkeypatc
     # The product's syslog goes to the real /dev/log as well as to the bench's log.
     monkeypatch.setenv("ZORVI_REAL_SYSLOG", "1")
     board = Board(bench, tmp_path)
-    res, pid = start_daemon(bench)
+    # Not the daemon tests' start: in the VM its syslog reaches this /dev/log only.
+    bench.timescale(20)
+    res = bench.run([], argv0="switch_daemon")
     assert (res.rc, res.out, res.err) == (0, RUNNING, "")
+    pid_file = bench.path(DAEMON_PID_FILE)
+    assert wait_for(lambda: pid_file.exists() and pid_file.read_text().endswith("\n"))
+    pid = int(pid_file.read_text())
 
     def daemon_log():
         return board.messages("switch_daemon", pid)
