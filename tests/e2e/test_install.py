@@ -30,12 +30,6 @@ def install(prefix, destdir=None):
     return Path(destdir) if destdir is not None else Path("/")
 
 
-def tree(root):
-    # {relative path: permission bits, or link target} of the files.
-    return {str(p.relative_to(root)): os.readlink(p) if p.is_symlink() else stat.S_IMODE(p.stat().st_mode)
-            for p in root.rglob("*") if p.is_symlink() or p.is_file()}
-
-
 # -- the installed tree -----------------------------------------------------------
 
 # The files under the prefix, and under the configuration directory.
@@ -50,9 +44,12 @@ ETC_FILES = {f"init.d/{INIT_SCRIPT}": 0o755, "default/switch_daemon": 0o644}
 @pytest.mark.parametrize("prefix,etc", [("/usr", "etc"), ("/usr/local", "usr/local/etc")])
 def test_install_lays_out_the_tree(tmp_path, prefix, etc):
     root = install(prefix, destdir=tmp_path / "stage")
-    assert tree(root) == ({str(Path(prefix[1:], path)): mode for path, mode in PREFIX_FILES.items()}
-                          | {f"{etc}/{path}": mode for path, mode in ETC_FILES.items()})
-    # The scripts name the installed paths, not the staging directory.
+    files = {str(p.relative_to(root)): os.readlink(p) if p.is_symlink() else stat.S_IMODE(p.stat().st_mode)
+             for p in root.rglob("*") if p.is_symlink() or p.is_file()}
+    assert files == ({str(Path(prefix[1:], path)): mode for path, mode in PREFIX_FILES.items()}
+                     | {f"{etc}/{path}": mode for path, mode in ETC_FILES.items()})
+    # The scripts name the installed paths (all that is substituted), not the
+    # staging directory.
     script = (root / etc / "init.d" / INIT_SCRIPT).read_text()
     unit = (root / prefix[1:] / UNIT).read_text()
     assert f"DAEMON={prefix}/sbin/switch_daemon\n" in script
@@ -60,21 +57,15 @@ def test_install_lays_out_the_tree(tmp_path, prefix, etc):
     assert f"ExecStart={prefix}/sbin/switch_daemon -D ${{SWITCH_DAEMON_DEVICE}}\n" in unit
     assert f"EnvironmentFile=-/{etc}/default/switch_daemon\n" in unit
     assert f"ExecStartPre=+systemd-tmpfiles --create {prefix}/lib/tmpfiles.d/switch_daemon.conf\n" in unit
-    assert str(tmp_path) not in script + unit
-
-
-def test_buildroot_package_writes_the_start_scripts_as_cmake_does(tmp_path):
-    # The Buildroot package makes the start scripts from the same templates
-    # with its own substitutions: they must come out as CMake's for /usr.
-    mk = (REPO / "packaging/buildroot/package/zorvi-switch/zorvi-switch.mk").read_text()
-    script = re.search(r"^ZORVI_SWITCH_SUBSTITUTIONS = (.*)$", mk, re.M).group(1)
-    root = install("/usr", destdir=tmp_path / "stage")
-    for template, installed in [("init.d/switch_daemon.in", f"etc/init.d/{INIT_SCRIPT}"),
-                                ("systemd/switch_daemon.service.in", "usr/" + UNIT)]:
-        res = subprocess.run(["sed", "-e", script, str(REPO / "packaging" / template)],
-                             capture_output=True, text=True, check=True)
-        assert re.search(r"@[A-Z_]+@", res.stdout) is None
-        assert res.stdout == (root / installed).read_text()
+    if prefix == "/usr":
+        # The Buildroot package makes the start scripts from the same
+        # templates with its own substitutions: they come out as CMake's.
+        mk = (REPO / "packaging/buildroot/package/zorvi-switch/zorvi-switch.mk").read_text()
+        sed = re.search(r"^ZORVI_SWITCH_SUBSTITUTIONS = (.*)$", mk, re.M).group(1)
+        for template, text in [("init.d/switch_daemon.in", script), ("systemd/switch_daemon.service.in", unit)]:
+            res = subprocess.run(["sed", "-e", sed, str(REPO / "packaging" / template)],
+                                 capture_output=True, text=True, check=True)
+            assert res.stdout == text
 
 
 # -- man pages -----------------------------------------------------------------------
@@ -231,10 +222,8 @@ def test_only_root_can_create_the_suppression_file_after_a_start(bench, init_scr
         assert bench.ns_run(["stat", "-c", "%u %a", "/tmp/elsewhere"]).out == "65534 755\n"
         return
     assert started
+    # Root's with mode 0755 from the top: no one else can create the file, or
+    # put another directory in the place of one.
     assert bench.ns_run(["stat", "-c", "%u:%g %a %F"] + SUPPRESSION_DIRS).out == "0:0 755 directory\n" * 3
-    suppression = SUPPRESSION_DIRS[-1] + "/disable_avahi_refresh"
-    res = bench.ns_run(NOBODY + ["/usr/bin/touch", suppression])
-    assert (res.rc, res.err) == (1, f"/usr/bin/touch: cannot touch '{suppression}': Permission denied\n")
-    assert bench.ns_run(["/usr/bin/touch", suppression]).rc == 0
     # Made beforehand, the pid file is not writable by everyone.
     assert stat.S_IMODE(bench.path(DAEMON_PID_FILE).stat().st_mode) == 0o644

@@ -10,7 +10,7 @@ import signal
 
 import pytest
 
-from test_daemon import BROADCASTING, RUNNING
+from test_daemon import BROADCASTING, DAEMON_PID_FILE, ERR, INFO, RECEIVED, RUNNING, notified, state_text
 
 from bench import VM, wait_for
 
@@ -40,6 +40,7 @@ ip link set eth0-peer up
 
 # BusyBox syslogd's line: date, host, facility.level, tag[pid]: message
 SYSLOG_LINE = re.compile(r"^\w{3} [ \d]\d \d\d:\d\d:\d\d \S+ (\w+)\.(\w+) (\S+?)\[(\d+)\]: (.*)$")
+LEVELS = {"err": ERR, "info": INFO}
 
 
 class Board:
@@ -48,7 +49,7 @@ class Board:
     # address becomes usable too) and avahi-daemon.
 
     def __init__(self, bench, tmp_path):
-        self.bench, self.tmp = bench, tmp_path
+        self.bench = bench
         # No route for the group on lo: eth0 carries it, as on the board.
         bench.net_up(route=False)
         # In the VM the chip is the kernel's spidev node, which the new /dev gets too.
@@ -79,10 +80,12 @@ class Board:
         assert res.rc == 0, res.err
 
     def messages(self, tag, pid):
-        # (facility.level, message) of each line received from the process.
+        # (level, message) of each line received from the process, which logs
+        # as a daemon.
         text = self.syslog_path.read_text(errors="replace") if self.syslog_path.exists() else ""
-        return [(f"{m[1]}.{m[2]}", m[5]) for m in map(SYSLOG_LINE.match, text.splitlines())
-                if m and (m[3], int(m[4])) == (tag, pid)]
+        lines = [m for m in map(SYSLOG_LINE.match, text.splitlines()) if m and (m[3], int(m[4])) == (tag, pid)]
+        assert {m[1] for m in lines} <= {"daemon"}
+        return [(LEVELS.get(m[2]), m[5]) for m in lines]
 
     def autoipd_bound(self):
         # avahi-autoipd holds its address and announces nothing (its process
@@ -97,28 +100,25 @@ def test_daemon_with_real_syslog_multicast_and_avahi(bench, tmp_path, monkeypatc
     # The product's syslog goes to the real /dev/log as well as to the bench's log.
     monkeypatch.setenv("ZORVI_REAL_SYSLOG", "1")
     board = Board(bench, tmp_path)
+    # Not the daemon tests' start: in the VM its syslog reaches this /dev/log only.
     bench.timescale(20)
     res = bench.run([], argv0="switch_daemon")
     assert (res.rc, res.out, res.err) == (0, RUNNING, "")
-    pid_file = bench.path("/var/run/switch_daemon.pid")
+    pid_file = bench.path(DAEMON_PID_FILE)
     assert wait_for(lambda: pid_file.exists() and pid_file.read_text().endswith("\n"))
     pid = int(pid_file.read_text())
 
     def daemon_log():
         return board.messages("switch_daemon", pid)
 
-    def info(text):  # the daemon logs as a daemon
-        return ("daemon.info", text)
-
-    notified_autoipd = info(f"Remote link change notified to avahi-autoipd on pid {board.autoipd_pid}")
-    notified_avahi = info(f"Remote link change notified to avahi-daemon on pid {board.avahi_pid}")
-    received, broadcasting = info("Received remote link change notification"), info(BROADCASTING[1])
+    notified_autoipd = notified("avahi-autoipd", board.autoipd_pid)
+    notified_avahi = notified("avahi-daemon", board.avahi_pid)
 
     # Start-up: the first announcement, looped back, ends in a refresh.
     assert wait_for(lambda: notified_avahi in daemon_log(), timeout=30), daemon_log()
-    assert [m for m in daemon_log() if m != received] == [
-        info("Multicast Rx Server UP"), info("Multicast Tx Client UP"), broadcasting, notified_autoipd, notified_avahi]
-    assert daemon_log().count(received) == 3
+    assert [m for m in daemon_log() if m != RECEIVED] == [
+        (INFO, "Multicast Rx Server UP"), (INFO, "Multicast Tx Client UP"), BROADCASTING, notified_autoipd, notified_avahi]
+    assert daemon_log().count(RECEIVED) == 3
     # avahi-autoipd announced its address again; stock avahi-daemon has no
     # handler for SIGUSR2, which ended it.
     assert wait_for(lambda: board.reannouncements() == 1, timeout=10)
@@ -130,8 +130,8 @@ def test_daemon_with_real_syslog_multicast_and_avahi(bench, tmp_path, monkeypatc
     # gone by now.
     assert wait_for(board.autoipd_bound, timeout=10)
     bench.link(1, False)
-    not_notified = ("daemon.err", "Could not notify avahi-daemon")
+    not_notified = (ERR, "Could not notify avahi-daemon")
     assert wait_for(lambda: not_notified in daemon_log(), timeout=30), daemon_log()
-    assert [m for m in daemon_log() if m != received][5:] == [
-        info("port1_link DOWN port2_link UP"), broadcasting, notified_autoipd, not_notified]
+    assert [m for m in daemon_log() if m != RECEIVED][5:] == [
+        state_text(False, True), BROADCASTING, notified_autoipd, not_notified]
     assert wait_for(lambda: board.reannouncements() == 2, timeout=10)

@@ -1,8 +1,8 @@
 # The Debian package zorvi-switch (tools/build-deb.sh builds it): its contents
-# on both architectures, and its life in a minimal Debian root: install, the
-# tool from the installed path on the simulated board, an upgrade that keeps a
-# changed configuration file, and a purge that leaves nothing behind; then
-# the package's init script starts and stops the daemon in the VM bench.
+# on both architectures, and its life in a minimal Debian root: install, an
+# upgrade that keeps a changed configuration file, and a purge that leaves
+# nothing behind; then the package's init script starts and stops the daemon
+# (the installed executable) in the VM bench.
 
 import os
 import re
@@ -13,7 +13,7 @@ from pathlib import Path
 
 import pytest
 
-from bench import BENCH_DIR, Bench
+from bench import BENCH_DIR
 from debroot import DebRoot
 
 REPO = Path(__file__).resolve().parents[2]
@@ -65,11 +65,10 @@ def dpkg_deb(*args):
 @pytest.mark.parametrize("arch", ["amd64", "armhf"])
 def test_package_contents(arch, tmp_path):
     package = deb(arch)
-    fields = {f: dpkg_deb("-f", package, f).strip() for f in ["Package", "Version", "Architecture", "Pre-Depends"]}
-    assert fields == {"Package": "zorvi-switch", "Version": VERSION, "Architecture": arch,
-                      "Pre-Depends": "init-system-helpers (>= 1.54~)"}
-    # dpkg-shlibdeps's dependency, of the C library alone.
-    assert re.fullmatch(r"libc6 \(>= 2\.3\d\)", dpkg_deb("-f", package, "Depends").strip())
+    # Depends is dpkg-shlibdeps's, of the C library alone.
+    fields = dpkg_deb("-f", package, "Package", "Version", "Architecture", "Pre-Depends", "Depends")
+    assert re.fullmatch(rf"Package: zorvi-switch\nVersion: {re.escape(VERSION)}\nArchitecture: {arch}\n"
+                        r"Pre-Depends: init-system-helpers \(>= 1\.54~\)\nDepends: libc6 \(>= 2\.3\d\)\n", fields)
     dpkg_deb("-R", package, tmp_path / "x")
     assert (tmp_path / "x/DEBIAN/conffiles").read_text().split() == CONFFILES
     files = {}
@@ -89,7 +88,6 @@ def test_package_contents(arch, tmp_path):
 
 
 @pytest.mark.parametrize("path,pattern", [
-    ("debian/changelog", r"^zorvi-switch \((\S+)\)"),
     ("packaging/man/switch_config.8", r'"switch_config (\S+)"'),
     ("packaging/man/switch_daemon.8", r'"switch_config (\S+)"'),
     ("packaging/buildroot/package/zorvi-switch/zorvi-switch.mk", r"^ZORVI_SWITCH_VERSION = (\S+)$"),
@@ -104,23 +102,12 @@ def test_versions_agree_with_the_project(path, pattern):
 # -- in a minimal Debian root --------------------------------------------------------
 
 
-@pytest.fixture
-def root(tmp_path):
-    if os.geteuid() != 0:
-        pytest.skip("the root's namespaces need root")
-    with DebRoot(tmp_path / "root") as r:
-        yield r
-
-
-@pytest.fixture
-def board(tmp_path):
-    b = Bench(tmp_path, board="nand")
-    yield b
-    b.close()
-
-
 def install(root, package):
-    res = root.run(["dpkg", "-i", f"/run/debs/{package.name}"], binds={"debs": package.parent})
+    # dpkg reads the package from within the root, which keeps no copy of it.
+    copy = root.path / "var/tmp" / package.name
+    shutil.copy(package, copy)
+    res = root.run(["dpkg", "-i", f"/var/tmp/{package.name}"])
+    copy.unlink()
     assert res.returncode == 0, res.stdout + res.stderr
     return res
 
@@ -141,42 +128,36 @@ def changes(before, after):
     return out
 
 
-def test_install_upgrade_purge(root, board, tmp_path):
-    before = root.snapshot()
-    res = install(root, deb("amd64"))
-    assert "invoke-rc.d: policy-rc.d denied execution of start.\n" in res.stderr
-    assert status(root) == f"install ok installed {VERSION}"
-    # A root with merged /usr has the package's /lib under /usr.
-    expected = {re.sub(r"^(lib|bin|sbin)/", r"usr/\1/", p): m for p, m in CONTENTS.items()}
-    expected.update({d + "/": 0o755 for d in NEW_DIRS}, **ENABLED)
-    # The installed tool on the simulated board, which keeps its files in the
-    # bench's sandbox (the VM test below starts the daemon).
-    res = root.run(["/usr/sbin/switch_config", "-w", "0x10", "-v", "5"],
-                   binds={"bench": BENCH_DIR, "sandbox": board.sb},
-                   env={"LD_PRELOAD": "/run/bench/libzorvibench.so", "ZORVI_SANDBOX": "/run/sandbox"})
-    assert (res.returncode, res.stdout, res.stderr) == (0, "writing 0x5 in 0x10\n", "")
-    assert board.xfers() == [("W", 16, 5)]
-    assert changes(before, root.snapshot()) == expected
+def test_install_upgrade_purge(tmp_path):
+    with DebRoot(tmp_path / "root") as root:
+        before = root.snapshot()
+        res = install(root, deb("amd64"))
+        assert "invoke-rc.d: policy-rc.d denied execution of start.\n" in res.stderr
+        assert status(root) == f"install ok installed {VERSION}"
+        # A root with merged /usr has the package's /lib under /usr.
+        expected = {re.sub(r"^(lib|bin|sbin)/", r"usr/\1/", p): m for p, m in CONTENTS.items()}
+        expected.update({d + "/": 0o755 for d in NEW_DIRS}, **ENABLED)
+        assert changes(before, root.snapshot()) == expected
 
-    # An upgrade to the package under another version keeps the
-    # administrator's defaults file, without asking.
-    version = VERSION + "+1"
-    dpkg_deb("-R", deb("amd64"), tmp_path / "x")
-    control = tmp_path / "x/DEBIAN/control"
-    control.write_text(control.read_text().replace(f"Version: {VERSION}\n", f"Version: {version}\n"))
-    dpkg_deb("-b", tmp_path / "x", tmp_path / "upgrade.deb")
-    defaults = root.path / "etc/default/switch_daemon"
-    changed = defaults.read_text() + "SWITCH_DAEMON_DEVICE=/dev/spidev1.0\n"
-    defaults.write_text(changed)
-    install(root, tmp_path / "upgrade.deb")
-    assert status(root) == f"install ok installed {version}"
-    assert defaults.read_text() == changed
-    assert changes(before, root.snapshot()) == expected
+        # An upgrade to the package under another version keeps the
+        # administrator's defaults file, without asking.
+        version = VERSION + "+1"
+        dpkg_deb("-R", deb("amd64"), tmp_path / "x")
+        control = tmp_path / "x/DEBIAN/control"
+        control.write_text(control.read_text().replace(f"Version: {VERSION}\n", f"Version: {version}\n"))
+        dpkg_deb("-b", tmp_path / "x", tmp_path / "upgrade.deb")
+        defaults = root.path / "etc/default/switch_daemon"
+        changed = defaults.read_text() + "SWITCH_DAEMON_DEVICE=/dev/spidev1.0\n"
+        defaults.write_text(changed)
+        install(root, tmp_path / "upgrade.deb")
+        assert status(root) == f"install ok installed {version}"
+        assert defaults.read_text() == changed
+        assert changes(before, root.snapshot()) == expected
 
-    res = root.run(["dpkg", "--purge", "zorvi-switch"])
-    assert res.returncode == 0, res.stdout + res.stderr
-    assert status(root) == "dpkg-query: no packages found matching zorvi-switch\n"
-    assert changes(before, root.snapshot()) == {}
+        res = root.run(["dpkg", "--purge", "zorvi-switch"])
+        assert res.returncode == 0, res.stdout + res.stderr
+        assert status(root) == "dpkg-query: no packages found matching zorvi-switch\n"
+        assert changes(before, root.snapshot()) == {}
 
 
 # -- the daemon by the init script, in the VM bench ---------------------------------
@@ -199,13 +180,11 @@ def vm_kernel_module():
 
 
 def test_init_script_starts_and_stops_the_daemon_in_the_vm(tmp_path):
-    if os.geteuid() != 0:
-        pytest.skip("the VM bench and the root's namespaces need root")
     if not BENCH_DIR.is_relative_to(REPO):
         pytest.skip(f"the guest sees this tree only, not {BENCH_DIR}")
-    module = vm_kernel_module()
     # ip for the loopback interface and the multicast route, insmod.
     with DebRoot(tmp_path / "root", include=("iproute2", "kmod")) as root:
+        module = vm_kernel_module()
         install(root, deb("amd64"))
         # The bench mounts the booted kernel's modules there, as a board's
         # kernel package would have made it.
@@ -218,13 +197,11 @@ def test_init_script_starts_and_stops_the_daemon_in_the_vm(tmp_path):
     # Kernel messages on the console are no part of the run.
     out = "".join(line for line in res.stdout.splitlines(True) if not re.match(r"\[ *[0-9.]+\]", line))
     assert res.returncode == 0, out + res.stderr
-    pid = re.search(r"started \(pid (\d+)\)", out)
-    assert pid, out
-    pid = pid.group(1)
+    # None if it did not start, and the comparison below shows what happened.
+    pid = re.search(r"started \(pid (\d+)\)|$", out).group(1)
     # The monitor saw the link change through the kernel's spidev and logged
     # it through the root's /dev/log, or the script says which it missed.
     assert out == ("== start\nStarting switch_daemon\nrunning as daemon\n" + NAND_STATUS +
                    f"switch_daemon started (pid {pid})\nexit 0\n"
                    "pid file 644 root:root, exe /usr/sbin/switch_config\n"
-                   f"== stop\nStopping switch_daemon (pid {pid})\nswitch_daemon stopped\nexit 0\n"
-                   f"switch_daemon is not running\nexit 3\npid file {pid}\n")
+                   f"== stop\nStopping switch_daemon (pid {pid})\nswitch_daemon stopped\nexit 0\n")
