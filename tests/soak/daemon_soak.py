@@ -110,12 +110,11 @@ def check_change(bench, rng, links, pid):
 
 # (VmRSS in kB, open descriptors) of the daemon.
 def sample(bench, pid):
-    status = bench.ns_run(["cat", f"/proc/{pid}/status"])
-    fds = bench.ns_run(["ls", f"/proc/{pid}/fd"])
-    if status.rc != 0 or fds.rc != 0:
+    res = bench.ns_run(["sh", "-c", f"grep VmRSS: /proc/{pid}/status && ls /proc/{pid}/fd | wc -l"])
+    if res.rc != 0:
         sys.exit(f"daemon {pid} is gone")
-    return next(int(line.split()[1]) for line in status.out.splitlines() if line.startswith("VmRSS:")), \
-        len(fds.out.split())
+    _, rss, _, fds = res.out.split()
+    return int(rss), int(fds)
 
 
 def soak(bench, args, rng, workdir):
@@ -124,7 +123,6 @@ def soak(bench, args, rng, workdir):
     links = [True, True]
     actions = dict.fromkeys(["link flaps", *MOMENTS, "datagrams"], 0)
     bench.log(False)
-    bench.clear_events()
     samples = []  # (passes, rss_kb, fds)
     while len(samples) < 3 or samples[-1][0] < args.passes:
         chaos(bench, rng, links, sender, actions, args.round_seconds)
