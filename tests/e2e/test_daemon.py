@@ -261,10 +261,6 @@ def test_unmanaged_chip_gets_one_attempt(request, board, fault, rc, managed):
     assert [t[1:] for t in tl if t[0] == "level"] == ([(56, 0), (191, 0), (191, 1), (56, 0), (56, 1)] if pulse else [])
     assert (res.rc, res.out) == (rc, RUNNING if managed else
                                  "running as daemon\n Oops could not put switch in managed mode\n")
-    if managed:
-        assert wait_for(lambda: bench.ns_pids("switch_daemon"))
-    else:
-        assert tl[-1] == seen(bench, [("close", SPIDEV), ("R", 0, 0xFF)])[0]
 
 
 @pytest.mark.parametrize("network, first_error", [
