@@ -197,7 +197,6 @@ def test_start_up_link_changes_and_the_suppression_file(net, tmp_path):
     # reading is no change, and the refresh is skipped.
     assert main_thread_logs(net, pid) == [(INFO, "Multicast Rx Server UP"), (INFO, "Multicast Tx Client UP"),
                                           BROADCASTING, IGNORING_SIGNAL]
-    assert logs(net, pid).count(RECEIVED) == 3
     assert listener.got(f"1 {DATAGRAM.hex()}", 3)  # sent with hop limit 1
     # A second daemon refuses to start.
     res = net.run([], argv0="/usr/sbin/switch_daemon")

@@ -33,11 +33,11 @@ from bench import SWITCH_CONFIG, Bench  # noqa: E402
 from test_daemon import (DATAGRAM, HELPERS, PYTHON, SERVICES, logs, start_daemon, start_services,  # noqa: E402
                          state_text, wait_polls)
 
-GUARD_GOOD, GUARD_BAD = 0x61, 0x51
 CHECKS = 3  # link changes checked per round
 RSS_SLACK_KB = 64  # VmRSS spread allowed after the first round
-# What goes wrong for a moment: the bench commands that break it and heal it.
-MOMENTS = {"guard failures": (("poke", 1, GUARD_BAD), ("poke", 1, GUARD_GOOD)),
+# What goes wrong for a moment: the bench commands that break it and heal it
+# (a bad guard read of register 1, then a good one again).
+MOMENTS = {"guard failures": (("poke", 1, 0x51), ("poke", 1, 0x61)),
            "spi faults": (("fault", "xfer"), ("fault", "clear"))}
 # The datagrams of the bursts: notifications, other content, empty and
 # oversized ones.
@@ -53,15 +53,6 @@ def transfers(bench):
     if (magic, version) != (0x5A42454E, 5) or size > len(data):
         sys.exit("unknown bench state layout")
     return struct.unpack_from("<Q", data, size - 24)[0]
-
-
-# The address services as signal recorders, the burst sender (which sends a
-# datagram for each line of hex on its stdin) and the daemon.
-def start(bench, workdir, scale):
-    bench.net_up()
-    start_services(bench, workdir)
-    sender = bench.spawn([HELPERS / "mcast_send.py"], argv0="python3", prog=PYTHON, stdin=-1)
-    return start_daemon(bench, scale)[1], sender
 
 
 # One round of trouble: link flaps, a bad guard read or failing transfers for
@@ -108,17 +99,13 @@ def check_change(bench, rng, links, pid):
     bench.log(False)
 
 
-# (VmRSS in kB, open descriptors) of the daemon.
-def sample(bench, pid):
-    res = bench.ns_run(["sh", "-c", f"grep VmRSS: /proc/{pid}/status && ls /proc/{pid}/fd | wc -l"])
-    if res.rc != 0:
-        sys.exit(f"daemon {pid} is gone")
-    _, rss, _, fds = res.out.split()
-    return int(rss), int(fds)
-
-
 def soak(bench, args, rng, workdir):
-    pid, sender = start(bench, workdir, args.scale)
+    # The address services as signal recorders, the burst sender (which sends
+    # a datagram for each line of hex on its stdin) and the daemon.
+    bench.net_up()
+    start_services(bench, workdir)
+    sender = bench.spawn([HELPERS / "mcast_send.py"], argv0="python3", prog=PYTHON, stdin=-1)
+    _, pid = start_daemon(bench, args.scale)
     start_xfers = transfers(bench)
     links = [True, True]
     actions = dict.fromkeys(["link flaps", *MOMENTS, "datagrams"], 0)
@@ -126,9 +113,14 @@ def soak(bench, args, rng, workdir):
     samples = []  # (passes, rss_kb, fds)
     while len(samples) < 3 or samples[-1][0] < args.passes:
         chaos(bench, rng, links, sender, actions, args.round_seconds)
+        # The daemon's resident memory in kB and its open descriptors.
+        res = bench.ns_run(["sh", "-c", f"grep VmRSS: /proc/{pid}/status && ls /proc/{pid}/fd | wc -l"])
+        if res.rc != 0:
+            sys.exit(f"daemon {pid} is gone")
+        _, rss, _, fds = res.out.split()
         # A pass makes three transfers at most (one with a bad guard), so
         # this is a lower bound.
-        samples.append(((transfers(bench) - start_xfers) // 3,) + sample(bench, pid))
+        samples.append(((transfers(bench) - start_xfers) // 3, int(rss), int(fds)))
         print("round {}: {} passes, VmRSS {} kB, {} descriptors".format(len(samples), *samples[-1]), flush=True)
         for _ in range(CHECKS):
             check_change(bench, rng, links, pid)
