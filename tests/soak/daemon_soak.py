@@ -27,32 +27,21 @@ import time
 from pathlib import Path
 
 REPO = Path(__file__).resolve().parents[2]
-sys.path.insert(0, str(REPO / "testbench"))
+sys.path[:0] = [str(REPO / "testbench"), str(REPO / "tests/e2e")]
 
-from bench import SWITCH_CONFIG, Bench, wait_for  # noqa: E402
+from bench import SWITCH_CONFIG, Bench  # noqa: E402
+from test_daemon import (DATAGRAM, HELPERS, PYTHON, SERVICES, logs, start_daemon, start_services,  # noqa: E402
+                         state_text, wait_polls)
 
-PYTHON = "/usr/bin/python3"
-POLL_US = 200000
-GUARD_GOOD, GUARD_BAD = 0x61, 0x51
-SERVICES = {"avahi-autoipd": "/var/run/avahi-autoipd.eth0.pid", "avahi-daemon": "/var/run/avahi-daemon/pid"}
 CHECKS = 3  # link changes checked per round
 RSS_SLACK_KB = 64  # VmRSS spread allowed after the first round
-# What goes wrong for a moment: the bench commands that break it and heal it.
-MOMENTS = {"guard failures": (("poke", 1, GUARD_BAD), ("poke", 1, GUARD_GOOD)),
+# What goes wrong for a moment: the bench commands that break it and heal it
+# (a bad guard read of register 1, then a good one again).
+MOMENTS = {"guard failures": (("poke", 1, 0x51), ("poke", 1, 0x61)),
            "spi faults": (("fault", "xfer"), ("fault", "clear"))}
-
-# Reads "COUNT" lines on stdin and sends COUNT datagrams of mixed content to
-# the notification group for each.
-BURST_SENDER = r"""
-import random, socket, sys
-s = socket.socket(socket.AF_INET6, socket.SOCK_DGRAM)
-s.setsockopt(socket.IPPROTO_IPV6, socket.IPV6_MULTICAST_HOPS, 1)
-kinds = [b"switch_daemon\0", b"", b"switch_daemon\0" + b"x" * 40, b"swi", b"junk" * 100,
-         b"switch_daemon", b"switch_daemonXY"]
-for line in sys.stdin:
-    for _ in range(int(line)):
-        s.sendto(random.choice(kinds), ("ff01::1", 4873))
-"""
+# The datagrams of the bursts: notifications, other content, empty and
+# oversized ones.
+KINDS = [DATAGRAM, b"", DATAGRAM + b"x" * 40, b"swi", b"junk" * 100, b"switch_daemon", b"switch_daemonXY"]
 
 
 # The bench's count of SPI transfers since the sandbox was made, from its chip
@@ -64,26 +53,6 @@ def transfers(bench):
     if (magic, version) != (0x5A42454E, 5) or size > len(data):
         sys.exit("unknown bench state layout")
     return struct.unpack_from("<Q", data, size - 24)[0]
-
-
-# The address services as signal recorders, the burst sender and the daemon.
-def start(bench, workdir, scale):
-    bench.net_up()
-    for name, path in SERVICES.items():
-        out = workdir / f"{name}.signals"
-        rec = bench.spawn([REPO / "tests/e2e/helpers/signal_recorder.py", out], argv0=name, prog=PYTHON)
-        wait_for(out.exists, timeout=10)
-        bench.path(path).write_text(f"{rec.nspid}\n")
-    # From a file: a command line with a line break and the daemon's name in
-    # it would pass for a running daemon in the process scan.
-    (workdir / "burst_sender.py").write_text(BURST_SENDER)
-    sender = bench.spawn([workdir / "burst_sender.py"], argv0="python3", prog=PYTHON, stdin=-1)
-    bench.timescale(scale)
-    res = bench.run([], argv0="switch_daemon")
-    pid_file = bench.path("/var/run/switch_daemon.pid")
-    if res.rc != 0 or not wait_for(lambda: pid_file.exists() and pid_file.read_text().endswith("\n"), timeout=10):
-        sys.exit(f"daemon did not start: {res.refresh()!r} {bench.syslog()!r}")
-    return int(pid_file.read_text()), sender
 
 
 # One round of trouble: link flaps, a bad guard read or failing transfers for
@@ -106,7 +75,7 @@ def chaos(bench, rng, links, sender, actions, seconds):
         else:
             count = rng.randint(1, 50)
             actions["datagrams"] += count
-            sender.popen.stdin.write(f"{count}\n".encode())
+            sender.popen.stdin.write("".join(rng.choice(KINDS).hex() + "\n" for _ in range(count)).encode())
             sender.popen.stdin.flush()
         time.sleep(rng.uniform(0, 0.005))
 
@@ -114,51 +83,44 @@ def chaos(bench, rng, links, sender, actions, seconds):
 # Each round of trouble ends with the board healed. After two passes, a change
 # that stays is logged once, and nothing else is.
 def check_change(bench, rng, links, pid):
-    def logged():
-        return [m for level, m in bench.syslog() if level == 6 and m.startswith("port1_link ")]
-
-    def polls():
-        return bench.sleeps(pid).count(POLL_US)
+    def changes():
+        return [line for line in logs(bench, pid) if line[1].startswith("port1_link ")]
 
     bench.clear_events()
     bench.log(True)
-    if not wait_for(lambda: polls() >= 2, timeout=30):
-        sys.exit("the monitor loop stalls")
-    before = len(logged())
+    wait_polls(bench, pid, 2)
+    before = len(changes())
     port = rng.choice((1, 2))
     links[port - 1] = not links[port - 1]
     bench.link(port, links[port - 1])
-    start = polls()
-    expected = ["port1_link {} port2_link {}".format(*("UP" if up else "DOWN" for up in links))]
     # The first pass that begins after the change logs it.
-    if not wait_for(lambda: polls() >= start + 3, timeout=30) or logged()[before:] != expected:
-        sys.exit(f"logged {logged()[before:]!r} for the change to {expected}")
+    wait_polls(bench, pid, 3)
+    assert changes()[before:] == [state_text(*links)], f"logged {changes()[before:]!r} for the change to {links}"
     bench.log(False)
 
 
-# (VmRSS in kB, open descriptors) of the daemon.
-def sample(bench, pid):
-    status = bench.ns_run(["cat", f"/proc/{pid}/status"])
-    fds = bench.ns_run(["ls", f"/proc/{pid}/fd"])
-    if status.rc != 0 or fds.rc != 0:
-        sys.exit(f"daemon {pid} is gone")
-    return next(int(line.split()[1]) for line in status.out.splitlines() if line.startswith("VmRSS:")), \
-        len(fds.out.split())
-
-
 def soak(bench, args, rng, workdir):
-    pid, sender = start(bench, workdir, args.scale)
+    # The address services as signal recorders, the burst sender (which sends
+    # a datagram for each line of hex on its stdin) and the daemon.
+    bench.net_up()
+    start_services(bench, workdir)
+    sender = bench.spawn([HELPERS / "mcast_send.py"], argv0="python3", prog=PYTHON, stdin=-1)
+    _, pid = start_daemon(bench, args.scale)
     start_xfers = transfers(bench)
     links = [True, True]
     actions = dict.fromkeys(["link flaps", *MOMENTS, "datagrams"], 0)
     bench.log(False)
-    bench.clear_events()
     samples = []  # (passes, rss_kb, fds)
     while len(samples) < 3 or samples[-1][0] < args.passes:
         chaos(bench, rng, links, sender, actions, args.round_seconds)
+        # The daemon's resident memory in kB and its open descriptors.
+        res = bench.ns_run(["sh", "-c", f"grep VmRSS: /proc/{pid}/status && ls /proc/{pid}/fd | wc -l"])
+        if res.rc != 0:
+            sys.exit(f"daemon {pid} is gone")
+        _, rss, _, fds = res.out.split()
         # A pass makes three transfers at most (one with a bad guard), so
         # this is a lower bound.
-        samples.append(((transfers(bench) - start_xfers) // 3,) + sample(bench, pid))
+        samples.append(((transfers(bench) - start_xfers) // 3, int(rss), int(fds)))
         print("round {}: {} passes, VmRSS {} kB, {} descriptors".format(len(samples), *samples[-1]), flush=True)
         for _ in range(CHECKS):
             check_change(bench, rng, links, pid)
