@@ -120,6 +120,8 @@ def writes(ports, offsets, val):
     ("vlandiscardnonvid 5 0", {82: 0xFF}, rmw(82, 0xFF, 0xDF), ""),
     ("mirrortx 1 1", {17: 0x81}, rmw(17, 0x81, 0xA1), ""),
     ("mirrorrx 5 1", {81: 0x00}, rmw(81, 0x00, 0x40), ""),
+    # The mirror setters check the port in the shared flag writer only.
+    ("mirrortx 0 1", {}, [], "error: incorrect Switch port (0) to set! \n"),
     ("sniffer 4 0", {65: 0xFF}, rmw(65, 0xFF, 0x7F), ""),
     ("sniffmode 1", {5: 0x80}, rmw(5, 0x80, 0x81), ""),
     ("qoswfq 1", {181: 0x05, 180: 0x05, 179: 0x05, 178: 0x05},
