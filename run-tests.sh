@@ -7,9 +7,10 @@
 # fuzz target, the ARM build for the board with its size check, and the
 # end-to-end suite on the ARM executable under qemu-user; the end-to-end suite
 # in a virtual machine against a real Linux kernel, on the dynamic and the
-# static executable; the Debian packages (native and armhf) with lintian, and
-# their install, upgrade and purge in a minimal Debian root, and that root
-# booted in the VM, where the init script starts and stops the daemon.
+# static executable, on amd64 and on the board's 32-bit ARM; the Debian
+# packages (native and armhf) with lintian, and their install, upgrade and
+# purge in a minimal Debian root, and that root booted in the VM, where the
+# init script starts and stops the daemon.
 set -eu
 cd "$(dirname "$0")"
 
@@ -50,6 +51,11 @@ SWITCH_BUILD_DIR="$PWD/build-arm" SWITCH_HOST_BUILD_DIR="$PWD/build" testbench/q
 cmake --preset static
 cmake --build --preset static -j2 --target switch_config benchctl chip_server
 SWITCH_VM_NO_SETUP=1 testbench/vm/run-e2e.sh -q
+
+# The board's own architecture in the VM bench: Debian's 32-bit ARM kernel on
+# qemu-system-arm, the ARM executable and its static variant (installs
+# qemu-system-arm and the cross compiler, builds the preset arm-static).
+testbench/vm/run-e2e.sh --arch arm -q
 
 tools/build-deb.sh
 SWITCH_BUILD_DIR="$PWD/build" /usr/bin/python3 -m pytest tests/package -q -p no:cacheprovider

@@ -40,7 +40,8 @@ while [ $# -gt 0 ]; do
 done
 case $arch in
     x86_64) dynamic=default static=static dirs="build build-static" size="" deps=vm ;;
-    # The suite takes the better part of an hour per build under TCG there.
+    # The suite takes some twelve minutes per build under TCG there, longer
+    # on a loaded machine.
     # The static board build has its size check too, whose stripped copy the
     # install test compares.
     arm) dynamic=arm static=arm-static dirs="build-arm build-arm-static" size=switch_config_size deps=vm-arm \
