@@ -77,11 +77,13 @@ if [ "$arch" = arm ]; then
     make -s -C testbench/vm/module KREL="$release" KDIR="$kernel/headers/usr/src/linux-headers-$release" \
         ARCH=arm CROSS_COMPILE=arm-linux-gnueabihf- OUT="$module" >&2
     # The armhf root, with this tree (shared at /run/zorvi-tree) bound at
-    # its own path, where the build trees' absolute paths lead.
+    # its own path, where the build trees' absolute paths lead. The guest
+    # makes that path itself when it lies in its scratch space (a checkout
+    # under /tmp, say); elsewhere the read-only root must hold it already.
     root=$(testbench/vm/arm-root.sh)
     mkdir -p "$root$repo"
     boot_opts="$boot_opts --root $root"
-    bind="mount --bind /run/zorvi-tree $repo || exit 2
+    bind="mkdir -p $repo && mount --bind /run/zorvi-tree $repo || exit 2
 "
     check="machine=\$(uname -m) driver=\$(basename \"\$(readlink /sys/bus/spi/devices/spi0.0/driver)\")
 echo \"zorvi-vm: machine \$machine, /dev/spidev0.0 made by \$driver\"
