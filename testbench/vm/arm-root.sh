@@ -3,7 +3,7 @@
 #   testbench/vm/arm-root.sh
 # A Debian armhf root holding what the end-to-end suite uses in the guest: the
 # shell and base tools, Python with pytest, cmake and binutils (the install
-# test), man, systemd's tools, tmux, the avahi services, socat, BusyBox, nft
+# test), man, systemd's tools, the avahi services, socat, BusyBox, nft
 # and iptables. The packages and their dependencies come from Debian's armhf
 # archive through testbench/vm/armhf-apt.sh and are unpacked with dpkg-deb -x
 # (no ARM code runs on the host); what their maintainer scripts would have
@@ -16,7 +16,7 @@ here=$(cd "$(dirname "$0")" && pwd)
 
 packages="base-files base-passwd bash coreutils dash debianutils diffutils findutils grep gzip hostname \
 libc-bin mawk mount procps sed tar util-linux kmod iproute2 busybox python3 python3-pytest python3-spidev \
-spi-tools cmake binutils man-db groff-base systemd tmux avahi-daemon avahi-autoipd socat nftables iptables"
+spi-tools cmake binutils man-db groff-base systemd avahi-daemon avahi-autoipd socat nftables iptables"
 
 cache=${ZORVI_VM_CACHE:-/var/cache/zorvi-vm}
 root=$cache/armhf-root-$(md5sum <"$here/arm-root.sh" | cut -c1-16)
