@@ -9,6 +9,11 @@ MAC = "0a:0b:0c:0d:0e:0f"
 DYN_HEAD = "Entry  MAC                 FID  Port(1 2 3 4 ) AgingTime \n"
 
 
+# Transfers of reading static rows: control, row, registers 113 to 120.
+def row_reads(rows):
+    return [x for r in rows for x in [("W", 110, 0x10), ("W", 111, r)] + [("R", g) for g in range(113, 121)]]
+
+
 def entry(**fields):
     return dict(ZERO, valid=1, mac=MAC, **fields)
 
@@ -36,9 +41,7 @@ def test_full_table_refuses_a_new_address_only(bench):
     assert res.outputs[0] == echo("macadd 02:00:00:00:00:01 2 0 1") + (
         "error: can't add new entry, MAC table is full! \n")
     xfers = [x[:2] if x[0] == "R" else x for x in command_xfers(bench)]  # read values left out
-    # Each row read: control, row, registers 113 to 120.
-    reads = [x for r in range(32) for x in [("W", 110, 0x10), ("W", 111, r)] + [("R", g) for g in range(113, 121)]]
-    assert xfers == reads * 2 + [("W", 113, 1), ("W", 114, 0xA4)] + [
+    assert xfers == row_reads(range(32)) * 2 + [("W", 113, 1), ("W", 114, 0xA4)] + [
         ("W", g, 0) for g in range(115, 120)] + [("W", 120, 5), ("W", 110, 0), ("W", 111, 5)]
 
 
