@@ -5,11 +5,11 @@ from console_util import LiveConsole, command_xfers, console_session, echo
 
 # Display order, with the chip counter each row shows: TxLateCollision (22)
 # comes after TxUnicastPkts.
-ROWS = list(zip([*range(22), 23, 24, 25, 26, 22, *range(27, 32), "rx", "tx"], """RxLoPriorityByte RxHiPriorityByte
-    RxUndersizePkt RxFragments RxOversize RxJabbers RxSymbolError RxCRCError RxAlignmentError RxCtrl8808Pkts
-    RxPausePkts RxBroadcastPkts RxMulticastPkts RxUnicastPkts Rx64Octets Rx65to127Octets Rx128to255Octets
-    Rx256to511Octets Rx512to1023Octets Rx1024to1522Octets TxLoPriorityByte TxHiPriorityByte TxPausePkts
-    TxBroadcastPkts TxMulticastPkts TxUnicastPkts TxLateCollision TxDeferred TxTotalCollision
+ROWS = list(zip([*range(22), 23, 24, 25, 26, 22, *range(27, 32), "rx", "tx"], """RxLoPriorityByte
+    RxHiPriorityByte RxUndersizePkt RxFragments RxOversize RxJabbers RxSymbolError RxCRCError RxAlignmentError
+    RxCtrl8808Pkts RxPausePkts RxBroadcastPkts RxMulticastPkts RxUnicastPkts Rx64Octets Rx65to127Octets
+    Rx128to255Octets Rx256to511Octets Rx512to1023Octets Rx1024to1522Octets TxLoPriorityByte TxHiPriorityByte
+    TxPausePkts TxBroadcastPkts TxMulticastPkts TxUnicastPkts TxLateCollision TxDeferred TxTotalCollision
     TxExcessiveCollision TxSingleCollision TxMultiCollision RxDroppedPackets TxDroppedPackets""".split()))
 
 

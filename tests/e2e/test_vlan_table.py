@@ -55,8 +55,8 @@ def test_vlan_display(bench, args, rows):
     marks = {5: (1, 3, 0x1F, "M M M M "), 6: (0, 9, 0x02, "M - - - "), 4095: (1, 127, 0x03, "M - - - ")}
     for vid, (valid, fid, ports, _) in marks.items():
         bench.vlan_set(vid, fid, ports, valid)
-    shown = "error: invalid entry number or count to display VLAN table! \n" if rows is None else HEAD + "".join(
-        show(i, *marks.get(i, (0, 0, 0, "- - - - "))) for i in rows)
+    shown = ("error: invalid entry number or count to display VLAN table! \n" if rows is None
+             else HEAD + "".join(show(i, *marks.get(i, (0, 0, 0, "- - - - "))) for i in rows))
     assert console_session(bench, "vlan" + args).outputs[0] == echo("vlan" + args) + shown
     assert rows is not None or command_xfers(bench) == []  # a refusal reads nothing
 
