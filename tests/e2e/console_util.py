@@ -59,8 +59,7 @@ def prepare(bench, pokes):
 # Types one command line (on a chip prepared with the pokes, when given) and
 # checks what it prints after the token echo and its transfers.
 def check_command(bench, line, printed, xfers, pokes=None):
-    if pokes is not None:
-        prepare(bench, pokes)
+    prepare(bench, pokes or {})
     assert console_session(bench, line).outputs[0] == echo(line) + printed
     assert command_xfers(bench) == xfers
 

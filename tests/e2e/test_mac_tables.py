@@ -82,12 +82,12 @@ def test_too_few_arguments(bench, line, usage):
 
 # The tool's -y runs the command once, without a prompt: the input is not
 # read. An entry is asked for up to 100 times until the chip has it ready.
-@pytest.mark.parametrize("k, reads", [(0, 5), (99, 500), (100, 500)])
-def test_macdyn_by_tool_option(bench, k, reads):
+@pytest.mark.parametrize("k, reads, option", [(0, 5, "-y"), (99, 500, "--mac-dyn-table"), (100, 500, "-y")])
+def test_macdyn_by_tool_option(bench, k, reads, option):
     for n, port in enumerate([0, 1, 3, 4, 7]):
         bench.dynmac_add(f"00:11:22:33:44:{n:02x}", 10 * n + 1, port, n % 4)
     bench.notready("dyn", k)
-    res = bench.run(["-y"], stdin="rwb 10 5\n")
+    res = bench.run([option], stdin="rwb 10 5\n")
     shown = "".join(f"SwitchReadDynMacTable: This MAC entry ({n}) is not ready for read\n" for n in range(5))
     if k < 100:
         shown = ("   0   00:11:22:33:44:00     1       - - - -    0 \n"
@@ -102,14 +102,11 @@ def test_macdyn_by_tool_option(bench, k, reads):
 
 
 # The walk's last table address (control 110 and address 111) and the reads after it.
-@pytest.mark.parametrize("added, count, shown, last, reads", [
-    (0, None, 0, [0x18, 0], [112]),  # empty table: register 112 bit 7
-    (5, 3, 3, [0x18, 3], [112, 113]),  # the count read with each entry ends the walk
-    (0, 1024, 1024, [0x1B, 0xFF], list(range(112, 121))),  # the walk ends after entry 1023
+@pytest.mark.parametrize("count, shown, last, reads", [
+    (None, 0, [0x18, 0], [112]),  # empty table: register 112 bit 7
+    (1024, 1024, [0x1B, 0xFF], list(range(112, 121))),  # the walk ends after entry 1023
 ])
-def test_dynamic_walk_stops(bench, added, count, shown, last, reads):
-    for n in range(added):
-        bench.dynmac_add(f"02:00:00:00:00:{n:02x}", 1, 2, 0)
+def test_dynamic_walk_stops(bench, count, shown, last, reads):
     if count is not None:
         bench.dynmac_count(count)
     lines = console_session(bench, "macdyn").outputs[0].splitlines()

@@ -5,14 +5,12 @@ from console_util import LiveConsole, command_xfers, console_session, echo
 
 # Display order, with the chip counter each row shows: TxLateCollision (22)
 # comes after TxUnicastPkts.
-ROWS = list(enumerate("""RxLoPriorityByte RxHiPriorityByte RxUndersizePkt RxFragments RxOversize
-    RxJabbers RxSymbolError RxCRCError RxAlignmentError RxCtrl8808Pkts RxPausePkts RxBroadcastPkts
-    RxMulticastPkts RxUnicastPkts Rx64Octets Rx65to127Octets Rx128to255Octets Rx256to511Octets
-    Rx512to1023Octets Rx1024to1522Octets TxLoPriorityByte TxHiPriorityByte""".split()))
-ROWS += [(23, "TxPausePkts"), (24, "TxBroadcastPkts"), (25, "TxMulticastPkts"),
-         (26, "TxUnicastPkts"), (22, "TxLateCollision"), (27, "TxDeferred"),
-         (28, "TxTotalCollision"), (29, "TxExcessiveCollision"), (30, "TxSingleCollision"),
-         (31, "TxMultiCollision"), ("rx", "RxDroppedPackets"), ("tx", "TxDroppedPackets")]
+ROWS = list(zip([*range(22), 23, 24, 25, 26, 22, *range(27, 32), "rx", "tx"], """RxLoPriorityByte
+    RxHiPriorityByte RxUndersizePkt RxFragments RxOversize RxJabbers RxSymbolError RxCRCError RxAlignmentError
+    RxCtrl8808Pkts RxPausePkts RxBroadcastPkts RxMulticastPkts RxUnicastPkts Rx64Octets Rx65to127Octets
+    Rx128to255Octets Rx256to511Octets Rx512to1023Octets Rx1024to1522Octets TxLoPriorityByte TxHiPriorityByte
+    TxPausePkts TxBroadcastPkts TxMulticastPkts TxUnicastPkts TxLateCollision TxDeferred TxTotalCollision
+    TxExcessiveCollision TxSingleCollision TxMultiCollision RxDroppedPackets TxDroppedPackets""".split()))
 
 
 # showmib's output for a heading and one {counter or 'rx'/'tx': value} per

@@ -45,10 +45,8 @@ def test_mirrorinfo_shows_port_indices_1_to_4(bench):
 
 
 def diffserv(queues):
-    text = "DiffServ mapping to Q       : "
-    for tos in range(64):
-        text += f"{tos:2d}-Q{queues.get(tos, 0)}  " + ("\n" + " " * 30) * (tos % 8 == 7)
-    return text + "\n"
+    return "DiffServ mapping to Q       : " + "".join(
+        f"{tos:2d}-Q{queues.get(tos, 0)}  " + ("\n" + " " * 30) * (tos % 8 == 7) for tos in range(64)) + "\n"
 
 
 def test_qosinfo_shows_port_indices_1_to_4_and_the_maps(bench):
