@@ -21,12 +21,12 @@ SUITE = "bookworm"
 
 # Mounts the root's own /proc, a /dev with the common nodes, tmpfs on /tmp and
 # /run, and turns the root into "/" (pivot_root . . stacks the old root on the
-# new one, the lazy unmount drops it).
+# new one, the lazy unmount drops it). unshare has made the namespace's mounts
+# private.
 ENTER = r"""
 set -eu
 root=$1
 shift
-mount --make-rprivate /
 mount --bind "$root" "$root"
 cd "$root"
 mount -t proc proc proc
