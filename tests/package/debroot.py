@@ -63,8 +63,7 @@ def ensure_tarball(include=()):
         extra = [f"--include={','.join(include)}"] if include else []
         res = subprocess.run(["debootstrap", "--variant=minbase", *extra, SUITE, str(work)],
                              capture_output=True, text=True)
-        if res.returncode != 0:
-            raise RuntimeError(f"debootstrap failed:\n{res.stdout[-3000:]}{res.stderr[-3000:]}")
+        assert res.returncode == 0, f"debootstrap failed:\n{res.stdout[-3000:]}{res.stderr[-3000:]}"
         # The root installs local packages only: no package lists or caches.
         for d in ("var/lib/apt/lists", "var/cache/apt"):
             for entry in (work / d).iterdir():

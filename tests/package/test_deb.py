@@ -13,11 +13,12 @@ from pathlib import Path
 
 import pytest
 
-from bench import BENCH_DIR
 from debroot import DebRoot
 
 REPO = Path(__file__).resolve().parents[2]
 DEBS = Path(os.environ.get("SWITCH_DEB_DIR", REPO / "build-deb")).resolve()
+# The bench's programs, of the build that the end-to-end tests use.
+BENCH_DIR = Path(os.environ.get("SWITCH_BUILD_DIR", REPO / "build")).resolve() / "testbench"
 VERSION = re.search(r"^project\(.* VERSION (\S+)\)$", (REPO / "CMakeLists.txt").read_text(), re.M).group(1)
 NAND_STATUS = "Zorvi HPB-NAND KSZ8864 MANAGED port1_link UP port2_link UP daemon NONE\n"
 
@@ -102,13 +103,9 @@ def install(root, package):
     shutil.copy(package, copy)
     res = root.run(["dpkg", "-i", f"/var/tmp/{package.name}"])
     copy.unlink()
+    # Configured, or dpkg fails.
     assert res.returncode == 0, res.stdout + res.stderr
     return res
-
-
-def status(root):
-    res = root.run(["dpkg-query", "-W", "-f=${Status} ${Version}", "zorvi-switch"])
-    return res.stdout if res.returncode == 0 else res.stderr
 
 
 def changes(before, after):
@@ -127,7 +124,6 @@ def test_install_reinstall_purge(tmp_path):
         before = root.snapshot()
         res = install(root, deb("amd64"))
         assert "invoke-rc.d: policy-rc.d denied execution of start.\n" in res.stderr
-        assert status(root) == f"install ok installed {VERSION}"
         # A root with merged /usr has the package's /lib under /usr.
         expected = {re.sub(r"^(lib|bin|sbin)/", r"usr/\1/", p): m for p, m in CONTENTS.items()}
         expected.update({d + "/": 0o755 for d in NEW_DIRS}, **ENABLED)
@@ -145,7 +141,6 @@ def test_install_reinstall_purge(tmp_path):
 
         res = root.run(["dpkg", "--purge", "zorvi-switch"])
         assert res.returncode == 0, res.stdout + res.stderr
-        assert status(root) == "dpkg-query: no packages found matching zorvi-switch\n"
         assert changes(before, root.snapshot()) == {}
 
 
