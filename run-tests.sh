@@ -8,7 +8,7 @@
 # end-to-end suite on the ARM executable under qemu-user; the end-to-end suite
 # in a virtual machine against a real Linux kernel, on the dynamic and the
 # static executable, on amd64 and on the board's 32-bit ARM; the Debian
-# packages (native and armhf) with lintian, and their install, reinstall and
+# packages (native and armhf) with lintian, and their install, upgrade and
 # purge in a minimal Debian root, and that root booted in the VM, where the
 # init script starts and stops the daemon.
 set -eu

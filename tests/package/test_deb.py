@@ -1,6 +1,6 @@
 # The Debian package zorvi-switch (tools/build-deb.sh builds it): its contents
-# on both architectures, and its life in a minimal Debian root: install, a
-# reinstall that keeps a changed configuration file, and a purge that leaves
+# on both architectures, and its life in a minimal Debian root: install, an
+# upgrade that keeps a changed configuration file, and a purge that leaves
 # nothing behind; then the package's init script starts and stops the daemon
 # (the installed executable) in the VM bench.
 
@@ -119,7 +119,7 @@ def changes(before, after):
     return out
 
 
-def test_install_reinstall_purge(tmp_path):
+def test_install_upgrade_purge(tmp_path):
     with DebRoot(tmp_path / "root") as root:
         before = root.snapshot()
         res = install(root, deb("amd64"))
@@ -129,13 +129,18 @@ def test_install_reinstall_purge(tmp_path):
         expected.update({d + "/": 0o755 for d in NEW_DIRS}, **ENABLED)
         assert changes(before, root.snapshot()) == expected
 
-        # Installed over itself, as over an older version (dpkg and the
-        # maintainer scripts take the same steps), the package keeps the
+        # An upgrade to the package under another version keeps the
         # administrator's defaults file, without asking.
+        version = VERSION + "+1"
+        dpkg_deb("-R", deb("amd64"), tmp_path / "x")
+        control = tmp_path / "x/DEBIAN/control"
+        control.write_text(control.read_text().replace(f"Version: {VERSION}\n", f"Version: {version}\n"))
+        dpkg_deb("-b", tmp_path / "x", tmp_path / "upgrade.deb")
         defaults = root.path / "etc/default/switch_daemon"
         changed = defaults.read_text() + "SWITCH_DAEMON_DEVICE=/dev/spidev1.0\n"
         defaults.write_text(changed)
-        install(root, deb("amd64"))
+        install(root, tmp_path / "upgrade.deb")
+        assert status(root) == f"install ok installed {version}"
         assert defaults.read_text() == changed
         assert changes(before, root.snapshot()) == expected
 
