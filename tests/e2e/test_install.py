@@ -21,13 +21,11 @@ INIT_SCRIPT = "S60switch_daemon"
 UNIT = "lib/systemd/system/switch_daemon.service"
 
 
-def install(prefix, destdir=None):
-    # Installs the build tree; returns the root under which the files lie.
-    env = {k: v for k, v in os.environ.items() if k != "DESTDIR"} | ({"DESTDIR": str(destdir)} if destdir else {})
+def install(prefix, destdir=""):
+    # Installs the build tree, under destdir when one is given.
     res = subprocess.run(["cmake", "--install", str(BUILD), "--prefix", str(prefix)],
-                         env=env, capture_output=True, text=True)
+                         env=os.environ | {"DESTDIR": str(destdir)}, capture_output=True, text=True)
     assert res.returncode == 0, res.stdout + res.stderr
-    return Path(destdir) if destdir is not None else Path("/")
 
 
 # -- the installed tree -----------------------------------------------------------
@@ -43,7 +41,8 @@ ETC_FILES = {f"init.d/{INIT_SCRIPT}": 0o755, "default/switch_daemon": 0o644}
 # The configuration of the prefix /usr lives in /etc.
 @pytest.mark.parametrize("prefix,etc", [("/usr", "etc"), ("/usr/local", "usr/local/etc")])
 def test_install_lays_out_the_tree(tmp_path, prefix, etc):
-    root = install(prefix, destdir=tmp_path / "stage")
+    root = tmp_path / "stage"
+    install(prefix, root)
     files = {str(p.relative_to(root)): os.readlink(p) if p.is_symlink() else stat.S_IMODE(p.stat().st_mode)
              for p in root.rglob("*") if p.is_symlink() or p.is_file()}
     assert files == ({str(Path(prefix[1:], path)): mode for path, mode in PREFIX_FILES.items()}
@@ -75,10 +74,9 @@ def test_install_lays_out_the_tree(tmp_path, prefix, etc):
 @pytest.mark.parametrize("name", ["switch_config", "switch_daemon"])
 def test_man_page_renders_without_warnings(name):
     # The installed pages are these files as they are.
-    env = {k: v for k, v in os.environ.items() if k not in ("MANPAGER", "PAGER")}
+    env = os.environ | {"MANPAGER": "cat", "MANWIDTH": "80", "LC_ALL": "C.UTF-8", "MAN_KEEP_FORMATTING": ""}
     res = subprocess.run(["man", "--warnings", "-E", "UTF-8", "-l", str(REPO / f"packaging/man/{name}.8")],
-                         env=env | {"MANWIDTH": "80", "LC_ALL": "C.UTF-8", "MAN_KEEP_FORMATTING": ""},
-                         capture_output=True, text=True)
+                         env=env, capture_output=True, text=True)
     assert (res.returncode, res.stderr) == (0, "")
     lines = res.stdout.splitlines()
     assert lines[0].split() == [f"{name.upper()}(8)", "System", "Administration", f"{name.upper()}(8)"]
@@ -169,22 +167,14 @@ def test_init_script_starts_restarts_and_stops_the_daemon(bench, init_script):
     assert other.nspid in bench.ns_pids("sleep")
 
 
-@pytest.mark.preload_only("the VM's kernel has one SPI device")
-def test_init_script_passes_the_device_from_the_defaults_file(bench, init_script, tmp_path):
-    (bench.sb / "dev/spidev1.0").touch()
+def test_init_script_passes_the_device_and_reports_a_daemon_that_does_not_start(bench, init_script, tmp_path):
     defaults = tmp_path / "prefix/etc/default/switch_daemon"
     defaults.write_text(defaults.read_text() + "SWITCH_DAEMON_DEVICE=/dev/spidev1.0\n")
-    assert init_script("start").rc == 0
-    opened = [e.args[0] for e in bench.events() if e.kind == "open" and e.args[-1] == "ok=1"]
-    assert opened[0] == "/dev/spidev1.0" and "/dev/spidev0.0" not in opened
-
-
-def test_init_script_reports_a_daemon_that_does_not_start(bench, init_script):
-    bench.managed(False)
-    bench.fault("gpio-stuck")
     res = init_script("start")
     assert (res.rc, res.out) == (1, "Starting switch_daemon\nrunning as daemon\n"
                                     " Oops could not put switch in managed mode\nswitch_daemon did not start\n")
+    # The daemon was given the device, which the board lacks.
+    assert res.err.startswith("can't open device: No such file or directory\n")
     assert bench.ns_pids("switch_daemon") == []
 
 
@@ -214,14 +204,14 @@ def test_only_root_can_create_the_suppression_file_after_a_start(bench, init_scr
         pre = re.findall(r"^ExecStartPre=\+(.*)$", (tmp_path / "prefix" / UNIT).read_text(), re.M)
         started = all(bench.ns_run(shlex.split(cmd)).rc == 0 for cmd in pre)
 
-    if "ln -s" in str(before):
-        assert not started
+    linked = "ln -s" in str(before)
+    assert started != linked
+    if linked:
         if starter == "init script":
             assert res.out == ("Starting switch_daemon\nswitch_daemon: /tmp/zorvi is not a directory\n"
                                "switch_daemon did not start\n")
         assert bench.ns_run(["stat", "-c", "%u %a", "/tmp/elsewhere"]).out == "65534 755\n"
         return
-    assert started
     # Root's with mode 0755 from the top: no one else can create the file, or
     # put another directory in the place of one.
     assert bench.ns_run(["stat", "-c", "%u:%g %a %F"] + SUPPRESSION_DIRS).out == "0:0 755 directory\n" * 3

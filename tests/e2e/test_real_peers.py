@@ -10,7 +10,7 @@ import signal
 
 import pytest
 
-from test_daemon import BROADCASTING, DAEMON_PID_FILE, ERR, INFO, RECEIVED, RUNNING, notified, state_text
+from test_daemon import BROADCASTING, ERR, INFO, RECEIVED, RUNNING, daemon_pid, notified, state_text
 
 from bench import VM, wait_for
 
@@ -68,11 +68,9 @@ class Board:
         # In the foreground under a shell that records how it ended.
         self.sh('(avahi-daemon -s --no-drop-root --no-chroot --no-rlimits -f "$1/avahi-daemon.conf"; '
                 'echo $? >"$1/avahi-daemon.status") </dev/null >"$1/avahi-daemon.out" 2>&1 &', str(tmp_path))
-        pid_file = bench.path("/var/run/avahi-daemon/pid")
-        assert wait_for(lambda: pid_file.exists() and pid_file.read_text().strip().isdigit(), timeout=20)
-        self.avahi_pid = int(pid_file.read_text())
-        assert wait_for(lambda: any(text.startswith("Server startup complete.")
-                                    for _, text in self.messages("avahi-daemon", self.avahi_pid)), timeout=20)
+        assert wait_for(lambda: re.search(r" avahi-daemon\[\d+\]: Server startup complete\.",
+                                          self.syslog_path.read_text()), timeout=20)
+        [self.avahi_pid] = bench.ns_pids("avahi-daemon")
 
     def sh(self, script, *args, timeout=30):
         # A plain shell script inside the test's namespaces.
@@ -104,9 +102,7 @@ def test_daemon_with_real_syslog_multicast_and_avahi(bench, tmp_path, monkeypatc
     bench.timescale(20)
     res = bench.run([], argv0="switch_daemon")
     assert (res.rc, res.out, res.err) == (0, RUNNING, "")
-    pid_file = bench.path(DAEMON_PID_FILE)
-    assert wait_for(lambda: pid_file.exists() and pid_file.read_text().endswith("\n"))
-    pid = int(pid_file.read_text())
+    pid = daemon_pid(bench)
 
     def daemon_log():
         return board.messages("switch_daemon", pid)

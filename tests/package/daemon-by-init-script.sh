@@ -9,21 +9,14 @@
 set -u
 bench=$1
 sb=/tmp/sandbox
-# until SECONDS COMMAND...: polls the command every tenth of a second.
-until_true() {
-    n=$(($1 * 10))
-    shift
-    until "$@"; do
-        [ $n -gt 0 ] || return 1
-        sleep 0.1
-        n=$((n - 1))
-    done
-}
+# until_true SECONDS SCRIPT: runs the shell script every tenth of a second
+# until it succeeds, for at most SECONDS.
+until_true() { timeout "$1" sh -c "until $2; do sleep 0.1; done"; }
 
 "$bench/benchctl" -s "$sb" init --board nand >/dev/null || exit 2
 insmod "$2" || exit 2
 "$bench/chip_server" "$sb" /tmp/ready &
-until_true 20 test -e /tmp/ready || exit 2
+until_true 20 "test -e /tmp/ready" || exit 2
 # The board's cpuinfo over the VM's own, and the chip server's syslog socket
 # at /dev/log; the multicast group's route on the loopback interface.
 mount --bind "$sb/proc/cpuinfo" /proc/cpuinfo || exit 2
@@ -37,10 +30,10 @@ pid=$(cat /var/run/switch_daemon.pid) || exit 1
 echo "pid file $(stat -c '%a %U:%G' /var/run/switch_daemon.pid), exe $(readlink "/proc/$pid/exe")"
 # The monitor loop starts three seconds after the detach, with the start-up
 # announcement; a cable pulled after that is a change it logs.
-logged() { grep -q "^syslog $pid 6 $1\$" "$sb/events"; }
-until_true 30 logged "Broadcasting interface status change message" || echo "no start-up announcement"
+logged() { until_true 30 "grep -q '^syslog $pid 6 $1\$' $sb/events"; }
+logged "Broadcasting interface status change message" || echo "no start-up announcement"
 "$bench/benchctl" -s "$sb" link 1 down
-until_true 30 logged "port1_link DOWN port2_link UP" || echo "no link change logged"
+logged "port1_link DOWN port2_link UP" || echo "no link change logged"
 echo "== stop"
 /etc/init.d/switch_daemon stop
 echo "exit $?"

@@ -21,12 +21,12 @@ SUITE = "bookworm"
 
 # Mounts the root's own /proc, a /dev with the common nodes, tmpfs on /tmp and
 # /run, and turns the root into "/" (pivot_root . . stacks the old root on the
-# new one, the lazy unmount drops it).
+# new one, the lazy unmount drops it). unshare has made the namespace's mounts
+# private.
 ENTER = r"""
 set -eu
 root=$1
 shift
-mount --make-rprivate /
 mount --bind "$root" "$root"
 cd "$root"
 mount -t proc proc proc
@@ -63,8 +63,7 @@ def ensure_tarball(include=()):
         extra = [f"--include={','.join(include)}"] if include else []
         res = subprocess.run(["debootstrap", "--variant=minbase", *extra, SUITE, str(work)],
                              capture_output=True, text=True)
-        if res.returncode != 0:
-            raise RuntimeError(f"debootstrap failed:\n{res.stdout[-3000:]}{res.stderr[-3000:]}")
+        assert res.returncode == 0, f"debootstrap failed:\n{res.stdout[-3000:]}{res.stderr[-3000:]}"
         # The root installs local packages only: no package lists or caches.
         for d in ("var/lib/apt/lists", "var/cache/apt"):
             for entry in (work / d).iterdir():
