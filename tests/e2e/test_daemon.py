@@ -40,12 +40,12 @@ def notified(name, pid):
 NOBODY = [(ERR, "Could not notify avahi-autoipd"), (ERR, "Could not notify avahi-daemon")]
 # The attempt at managed mode on the NAND board: "out" drives line 56 low,
 # then one pulse on it.
-MANAGED_MODE = [("level", 56, 0), ("level", 191, 0), ("level", 191, 1), ("level", 56, 0), ("sleep", 20000),
-                ("level", 56, 1), ("sleep", 200000), ("W", 1, 1)]
+MANAGED_MODE = [("level", 56, 0), ("level", 191, 0), ("level", 191, 1), ("level", 56, 0), ("usleep", 20000),
+                ("level", 56, 1), ("usleep", 200000), ("W", 1, 1)]
 
 
 def timeline(bench, pid):
-    # What one process did, in order: ("sleep", us), ("log", level, text),
+    # What one process did, in order: ("usleep", us), ("log", level, text),
     # (op, reg, val) of a good transfer, ("level", line, level), ("close",
     # path); and ("mark",) where the test held the bench.
     out = []
@@ -54,13 +54,11 @@ def timeline(bench, pid):
             out.append(("mark",))
         elif e.pid != pid:
             continue
-        elif e.kind == "usleep":
-            out.append(("sleep", int(e.args[0])))
         elif e.kind == "syslog":
             out.append(("log", int(e.args[0]), _unescape(e.args[1] if len(e.args) > 1 else "")))
         elif e.kind == "xfer" and e.args[-1] == "ok=1":
             out.append((e.args[0], int(e.args[1]), int(e.args[2])))
-        elif e.kind in ("level", "close"):
+        elif e.kind in ("usleep", "level", "close"):
             out.append((e.kind,) + tuple(int(a) if a.isdigit() else a for a in e.args))
     return out
 
@@ -68,7 +66,7 @@ def timeline(bench, pid):
 def seen(bench, steps):
     # The steps of a timeline that the bench can see: sleeps and closes only
     # the preload bench sees (Bench.sees_calls).
-    return [t for t in steps if bench.sees_calls or t[0] not in ("sleep", "close")]
+    return [t for t in steps if bench.sees_calls or t[0] not in ("usleep", "close")]
 
 
 def logs(bench, pid):
@@ -192,7 +190,7 @@ def test_start_up_link_changes_and_the_suppression_file(net, tmp_path):
     # The parent: the chip id, the status line's reads, then its descriptor.
     assert timeline(net, net.xfer_events()[0].pid) == seen(net, [("R", 0, 0x95), ("R", 0, 0x95), ("R", 46, 32),
                                                                  ("R", 62, 32), ("close", SPIDEV)])
-    start = seen(net, [("R", 0, 0x95), ("sleep", 3000000), ("log", INFO, "Multicast Rx Server UP"),
+    start = seen(net, [("R", 0, 0x95), ("usleep", 3000000), ("log", INFO, "Multicast Rx Server UP"),
                        ("log", INFO, "Multicast Tx Client UP"), ("R", 46, 32), ("R", 62, 32),
                        ("log",) + BROADCASTING])
     assert timeline(net, pid)[:len(start)] == start
@@ -225,12 +223,12 @@ def test_start_up_link_changes_and_the_suppression_file(net, tmp_path):
         # pass looks at the flag) may the flag have waited for the next pass,
         # and six polls are right.
         tl = timeline(net, pid)
-        sleeps = [t[1] for t in tl if t[0] == "sleep"]
+        sleeps = [t[1] for t in tl if t[0] == "usleep"]
         first = sleeps.index(BATCH_US)
         assert set(sleeps[:first]) == {POLL_US} and sleeps[first:first + 5] == [BATCH_US] * 3 + [500, POLL_US]
-        after = tl.index(("sleep", 500))
+        after = tl.index(("usleep", 500))
         refresh = tl.index(("log",) + notified("avahi-autoipd", autoipd.pid))
-        polls = tl[after:refresh].count(("sleep", POLL_US))
+        polls = tl[after:refresh].count(("usleep", POLL_US))
         assert polls == 5 or (polls == 6 and ("log",) + RECEIVED in tl[after:refresh]), tl[after:]
     # A failed send ends the batch, with no wait; the loop goes on.
     assert net.ns_run(["ip", "-6", "route", "del", "ff01::/16", "dev", "lo"]).rc == 0
@@ -255,8 +253,8 @@ def test_unmanaged_chip_gets_one_attempt(request, board, fault, rc, managed):
     res = bench.run([], argv0="switch_daemon")
     tl = timeline(bench, bench.xfer_events()[0].pid)
     pulse = MANAGED_MODE if board == "nand" else []
-    expected = [("R", 0, 0xFF)] + pulse + [("sleep", 500)] + [("R", 0, 0x95 if managed else 0xFF)] * (1 + managed)
-    assert [t for t in tl if t[0] in ("sleep", "level") or t[:2] in (("R", 0), ("W", 1))] == seen(bench, expected)
+    expected = [("R", 0, 0xFF)] + pulse + [("usleep", 500)] + [("R", 0, 0x95 if managed else 0xFF)] * (1 + managed)
+    assert [t for t in tl if t[0] in ("usleep", "level") or t[:2] in (("R", 0), ("W", 1))] == seen(bench, expected)
     assert (res.rc, res.out) == (rc, RUNNING if managed else
                                  "running as daemon\n Oops could not put switch in managed mode\n")
 
@@ -333,7 +331,7 @@ def test_notification_refreshes_five_polls_later(net, tmp_path, payloads, spaced
         tl = [t for t in tl[:refresh] if t != ("log",) + RECEIVED]
         mark = len(tl) - 1 - tl[::-1].index(("mark",))
         polls = sum(map(is_poll, tl[mark + 1:]))
-        assert polls == (6 if tl[mark + 1] == ("sleep", POLL_US) or is_poll(tl[mark + 1]) else 5), tl[mark:]
+        assert polls == (6 if tl[mark + 1] == ("usleep", POLL_US) or is_poll(tl[mark + 1]) else 5), tl[mark:]
 
 
 # -- the guard on register 1 -----------------------------------------------------------
@@ -364,7 +362,7 @@ def test_guard_acts_on_the_fifth_bad_read(net):
     # came while the test still alternated the values).
     end = next(i for i in range(resets[0] + 1, len(tl)) if is_poll(tl[i]))
     steps = [t for t in tl[resets[0] + 1:end] if t[0] not in ("log", "close")]
-    assert steps == seen(net, MANAGED_MODE + [("sleep", POLL_US)])
+    assert steps == seen(net, MANAGED_MODE + [("usleep", POLL_US)])
     # A bad guard leaves the link registers alone: the next transfer is a
     # reset's write or the next guard read.
     assert all(next((t[1] for t in tl[i + 1:] if t[0] in ("R", "W")), 1) == 1 for i in bad)
