@@ -38,10 +38,14 @@ def notified(name, pid):
 
 
 NOBODY = [(ERR, "Could not notify avahi-autoipd"), (ERR, "Could not notify avahi-daemon")]
+# The attempt at managed mode on the NAND board: "out" drives line 56 low,
+# then one pulse on it.
+MANAGED_MODE = [("level", 56, 0), ("level", 191, 0), ("level", 191, 1), ("level", 56, 0), ("usleep", 20000),
+                ("level", 56, 1), ("usleep", 200000), ("W", 1, 1)]
 
 
 def timeline(bench, pid):
-    # What one process did, in order: ("sleep", us), ("log", level, text),
+    # What one process did, in order: ("usleep", us), ("log", level, text),
     # (op, reg, val) of a good transfer, ("level", line, level), ("close",
     # path); and ("mark",) where the test held the bench.
     out = []
@@ -50,13 +54,11 @@ def timeline(bench, pid):
             out.append(("mark",))
         elif e.pid != pid:
             continue
-        elif e.kind == "usleep":
-            out.append(("sleep", int(e.args[0])))
         elif e.kind == "syslog":
             out.append(("log", int(e.args[0]), _unescape(e.args[1] if len(e.args) > 1 else "")))
         elif e.kind == "xfer" and e.args[-1] == "ok=1":
             out.append((e.args[0], int(e.args[1]), int(e.args[2])))
-        elif e.kind in ("level", "close"):
+        elif e.kind in ("usleep", "level", "close"):
             out.append((e.kind,) + tuple(int(a) if a.isdigit() else a for a in e.args))
     return out
 
@@ -64,7 +66,7 @@ def timeline(bench, pid):
 def seen(bench, steps):
     # The steps of a timeline that the bench can see: sleeps and closes only
     # the preload bench sees (Bench.sees_calls).
-    return [t for t in steps if bench.sees_calls or t[0] not in ("sleep", "close")]
+    return [t for t in steps if bench.sees_calls or t[0] not in ("usleep", "close")]
 
 
 def logs(bench, pid):
@@ -188,11 +190,10 @@ def test_start_up_link_changes_and_the_suppression_file(net, tmp_path):
     # The parent: the chip id, the status line's reads, then its descriptor.
     assert timeline(net, net.xfer_events()[0].pid) == seen(net, [("R", 0, 0x95), ("R", 0, 0x95), ("R", 46, 32),
                                                                  ("R", 62, 32), ("close", SPIDEV)])
-    tl = timeline(net, pid)
-    start = seen(net, [("R", 0, 0x95), ("sleep", 3000000), ("log", INFO, "Multicast Rx Server UP"),
+    start = seen(net, [("R", 0, 0x95), ("usleep", 3000000), ("log", INFO, "Multicast Rx Server UP"),
                        ("log", INFO, "Multicast Tx Client UP"), ("R", 46, 32), ("R", 62, 32),
                        ("log",) + BROADCASTING])
-    assert tl[:len(start)] == start
+    assert timeline(net, pid)[:len(start)] == start
     # The start-up batch goes out all the same and comes back: the first
     # reading is no change, and the refresh is skipped.
     assert main_thread_logs(net, pid)[3:] == [IGNORING_SIGNAL]
@@ -222,14 +223,13 @@ def test_start_up_link_changes_and_the_suppression_file(net, tmp_path):
         # pass looks at the flag) may the flag have waited for the next pass,
         # and six polls are right.
         tl = timeline(net, pid)
-        sleeps = [t[1] for t in tl if t[0] == "sleep"]
+        sleeps = [t[1] for t in tl if t[0] == "usleep"]
         first = sleeps.index(BATCH_US)
         assert set(sleeps[:first]) == {POLL_US} and sleeps[first:first + 5] == [BATCH_US] * 3 + [500, POLL_US]
-        batch_end = max(i for i, t in enumerate(tl) if t == ("sleep", BATCH_US))
+        after = tl.index(("usleep", 500))
         refresh = tl.index(("log",) + notified("avahi-autoipd", autoipd.pid))
-        last_received = max(i for i, t in enumerate(tl[:refresh]) if t == ("log",) + RECEIVED)
-        polls = tl[batch_end + 1:refresh].count(("sleep", POLL_US))
-        assert polls == 5 or (polls == 6 and last_received > tl.index(("sleep", 500), batch_end)), tl[batch_end:]
+        polls = tl[after:refresh].count(("usleep", POLL_US))
+        assert polls == 5 or (polls == 6 and ("log",) + RECEIVED in tl[after:refresh]), tl[after:]
     # A failed send ends the batch, with no wait; the loop goes on.
     assert net.ns_run(["ip", "-6", "route", "del", "ff01::/16", "dev", "lo"]).rc == 0
     net.clear_events()
@@ -240,8 +240,7 @@ def test_start_up_link_changes_and_the_suppression_file(net, tmp_path):
     assert not net.sees_calls or (BATCH_US not in net.sleeps(pid) and 500 in net.sleeps(pid))
 
 
-# One attempt at managed mode: on the NAND board a single pulse on line 56,
-# after "out" drove it low; the NOR board's chip takes no pulse. The parent's
+# One attempt at managed mode (the NOR board's chip takes no pulse). The parent's
 # exit status is that of the SPI speed set-up, on every way out.
 @pytest.mark.parametrize("board, fault, rc, managed", [
     ("nand", "wr-speed", 255, True), ("nand", "gpio-stuck", 0, False), ("nor", None, 0, False)])
@@ -253,10 +252,9 @@ def test_unmanaged_chip_gets_one_attempt(request, board, fault, rc, managed):
         bench.fault(fault)
     res = bench.run([], argv0="switch_daemon")
     tl = timeline(bench, bench.xfer_events()[0].pid)
-    pulse = [("sleep", 20000), ("sleep", 200000), ("W", 1, 1)] if board == "nand" else []
-    expected = [("R", 0, 0xFF)] + pulse + [("sleep", 500)] + [("R", 0, 0x95 if managed else 0xFF)] * (1 + managed)
-    assert [t for t in tl if t[0] == "sleep" or t[:2] in (("R", 0), ("W", 1))] == seen(bench, expected)
-    assert [t[1:] for t in tl if t[0] == "level"] == ([(56, 0), (191, 0), (191, 1), (56, 0), (56, 1)] if pulse else [])
+    pulse = MANAGED_MODE if board == "nand" else []
+    expected = [("R", 0, 0xFF)] + pulse + [("usleep", 500)] + [("R", 0, 0x95 if managed else 0xFF)] * (1 + managed)
+    assert [t for t in tl if t[0] in ("usleep", "level") or t[:2] in (("R", 0), ("W", 1))] == seen(bench, expected)
     assert (res.rc, res.out) == (rc, RUNNING if managed else
                                  "running as daemon\n Oops could not put switch in managed mode\n")
 
@@ -291,18 +289,26 @@ def test_daemon_ends_after_detaching(bench, tmp_path, network, first_error):
 
 
 # Each case ends with a notification, so the receive thread is shown to go on;
-# `count` is how many of the datagrams are taken as notifications, which give
-# one refresh, in the fifth pass after the one that consumed the last. Sent
-# while the loop is held, the pass that consumes them is known: held after
-# the pass had looked at the flag (in its sleep, or before the next pass's
-# guard read), the refresh comes in the sixth pass after the mark, else in
-# the fifth. `spaced`: the datagrams come a few passes apart, as another
-# daemon's batch does. A short datagram after a long one must not borrow its
-# tail.
-@pytest.mark.parametrize("payloads, count, spaced", [
-    ([DATAGRAM, DATAGRAM], 3, True),
-    ([b"", b"switch_daemonXY", b"switch_daemon", DATAGRAM + b"and more than fifteen", b"swi"], 3, False)])
-def test_notification_refreshes_five_polls_later(net, payloads, count, spaced):
+# three of the datagrams are taken as notifications, which give one refresh,
+# in the fifth pass after the one that consumed the last. Sent while the loop
+# is held, the pass that consumes them is known: held after the pass had looked
+# at the flag (in its sleep, or before the next pass's guard read), the refresh
+# comes in the sixth pass after the mark, else in the fifth. `spaced`: the
+# datagrams come a few passes apart, as another daemon's batch does. A short
+# datagram after a long one must not borrow its tail. The pid files of the
+# services (`texts`) that name no live process (empty so 0, a pid no process
+# has, one past the range of pid_t whose low 32 bits name the service) fail for
+# their service alone; "{pid}" is the service's own pid. A missing one fails
+# when no service runs (the guard's test).
+@pytest.mark.parametrize("payloads, spaced, texts", [
+    ([DATAGRAM, DATAGRAM], True, ("", "30000\n")),
+    ([b"", b"switch_daemonXY", b"switch_daemon", DATAGRAM + b"and more than fifteen", b"swi"], False,
+     ("{pid}\n", "{past_int}\n"))])
+def test_notification_refreshes_five_polls_later(net, tmp_path, payloads, spaced, texts):
+    expected = []
+    for service, (name, path), text in zip(start_services(net, tmp_path), SERVICES.items(), texts):
+        net.path(path).write_text(text.format(pid=service.pid, past_int=2**32 + service.pid))
+        expected.append(notified(name, service.pid) if text == "{pid}\n" else (ERR, f"Could not notify {name}"))
     _, pid = start_daemon(net)
     net.clear_events()
     net.timescale(4)
@@ -314,32 +320,18 @@ def test_notification_refreshes_five_polls_later(net, payloads, count, spaced):
     # first notification; the others it reads once the loop goes on.
     exact = len(burst) == 1 or not net.sees_calls
     send_held(net, pid, burst, len(burst) if exact else 1)
-    wait_log(net, pid, NOBODY[1])
+    wait_log(net, pid, expected[1])
     wait_polls(net, pid, 2)
-    assert main_thread_logs(net, pid) == NOBODY
+    assert main_thread_logs(net, pid) == expected
     tl = timeline(net, pid)
-    refresh = tl.index(("log",) + NOBODY[0])
+    refresh = tl.index(("log",) + expected[0])
     assert refresh > max(i for i, t in enumerate(tl) if t == ("log",) + RECEIVED)
-    assert logs(net, pid).count(RECEIVED) == count
+    assert logs(net, pid).count(RECEIVED) == 3
     if exact:
         tl = [t for t in tl[:refresh] if t != ("log",) + RECEIVED]
         mark = len(tl) - 1 - tl[::-1].index(("mark",))
         polls = sum(map(is_poll, tl[mark + 1:]))
-        assert polls == (6 if tl[mark + 1] == ("sleep", POLL_US) or is_poll(tl[mark + 1]) else 5), tl[mark:]
-
-
-# Each pid file that names no live process (empty so 0, a pid no process has,
-# one past the range of pid_t whose low 32 bits name the service) fails for its
-# service alone; a missing one fails when no service runs. "{pid}" is the
-# service's own pid.
-@pytest.mark.parametrize("texts", [("", "30000\n"), ("{pid}\n", "{past_int}\n")])
-def test_pid_files(net, tmp_path, texts):
-    expected = []
-    for service, (name, path), text in zip(start_services(net, tmp_path), SERVICES.items(), texts):
-        net.path(path).write_text(text.format(pid=service.pid, past_int=2**32 + service.pid))
-        expected.append(notified(name, service.pid) if text == "{pid}\n" else (ERR, f"Could not notify {name}"))
-    _, pid = start_daemon(net)
-    assert main_thread_logs(net, pid)[3:] == expected
+        assert polls == (6 if tl[mark + 1] == ("usleep", POLL_US) or is_poll(tl[mark + 1]) else 5), tl[mark:]
 
 
 # -- the guard on register 1 -----------------------------------------------------------
@@ -350,24 +342,17 @@ def test_guard_acts_on_the_fifth_bad_read(net):
     net.clear_events()
     net.timescale(4)
 
-    def guard_reads():
-        return [t[2] for t in timeline(net, pid) if is_poll(t)]
-
-    def bad_reads():
-        return sum(v & 0xF0 != 0x60 for v in guard_reads())
-
-    # Four bad reads, each between good ones, count towards the fifth.
-    while bad_reads() < 4:
-        for value in (0x51, 0x61):
-            net.poke(1, value)
-            n = len(guard_reads())
-            assert wait_for(lambda: value in guard_reads()[n:], timeout=60)
+    # Four bad reads (or more), each between good ones, count towards the
+    # fifth. A pass that read before a poke has logged its read by then.
+    for value in (0x51, 0x61) * 4:
+        net.poke(1, value)
+        wait_polls(net, pid, 1)
     # From now on every read is bad: a reset on every fifth, and a
     # notification still leads to its refresh.
     net.poke(1, 0x51)
     send(net, DATAGRAM)
     wait_log(net, pid, NOBODY[1])
-    assert wait_for(lambda: bad_reads() >= 11, timeout=120)
+    wait_polls(net, pid, 7)
     tl = [t for t in timeline(net, pid) if t != ("log",) + RECEIVED]
     bad = [i for i, t in enumerate(tl) if is_poll(t) and t[2] & 0xF0 != 0x60]
     resets = [i for i, t in enumerate(tl)
@@ -376,9 +361,8 @@ def test_guard_acts_on_the_fifth_bad_read(net):
     # Managed mode, up to the next guard read (a good one when the first reset
     # came while the test still alternated the values).
     end = next(i for i in range(resets[0] + 1, len(tl)) if is_poll(tl[i]))
-    assert [t for t in tl[resets[0] + 1:end] if t[0] not in ("log", "close")] == seen(net, [
-        ("level", 56, 0), ("level", 191, 0), ("level", 191, 1), ("level", 56, 0), ("sleep", 20000),
-        ("level", 56, 1), ("sleep", 200000), ("W", 1, 1), ("sleep", POLL_US)])
+    steps = [t for t in tl[resets[0] + 1:end] if t[0] not in ("log", "close")]
+    assert steps == seen(net, MANAGED_MODE + [("usleep", POLL_US)])
     # A bad guard leaves the link registers alone: the next transfer is a
     # reset's write or the next guard read.
     assert all(next((t[1] for t in tl[i + 1:] if t[0] in ("R", "W")), 1) == 1 for i in bad)

@@ -2,7 +2,6 @@
 # per datagram to the file named first: the hop limit it was sent with and its
 # bytes in hex. Writes "ready" first, once the group is joined.
 import socket
-import struct
 import sys
 
 sock = socket.socket(socket.AF_INET6, socket.SOCK_DGRAM)
@@ -18,4 +17,4 @@ with open(sys.argv[1], "a", buffering=1) as out:
     out.write("ready\n")
     while True:
         data, ancillary, _, _ = sock.recvmsg(4096, socket.CMSG_SPACE(4))
-        out.write(f"{struct.unpack('@i', ancillary[0][2])[0]} {data.hex()}\n")
+        out.write(f"{int.from_bytes(ancillary[0][2], sys.byteorder)} {data.hex()}\n")
