@@ -9,6 +9,7 @@ import re
 import shutil
 import stat
 import subprocess
+import sys
 from pathlib import Path
 
 import pytest
@@ -16,9 +17,11 @@ import pytest
 from debroot import DebRoot
 
 REPO = Path(__file__).resolve().parents[2]
-DEBS = Path(os.environ.get("SWITCH_DEB_DIR", REPO / "build-deb")).resolve()
 # The bench's programs, of the build that the end-to-end tests use.
-BENCH_DIR = Path(os.environ.get("SWITCH_BUILD_DIR", REPO / "build")).resolve() / "testbench"
+sys.path.insert(0, str(REPO / "testbench"))
+from bench import BENCH_DIR  # noqa: E402
+
+DEBS = Path(os.environ.get("SWITCH_DEB_DIR", REPO / "build-deb")).resolve()
 VERSION = re.search(r"^project\(.* VERSION (\S+)\)$", (REPO / "CMakeLists.txt").read_text(), re.M).group(1)
 NAND_STATUS = "Zorvi HPB-NAND KSZ8864 MANAGED port1_link UP port2_link UP daemon NONE\n"
 
